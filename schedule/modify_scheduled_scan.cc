@@ -1,0 +1,9 @@
+#include "schedule/modify_scheduled_scan.h"
+
+#include "taskstore/result_codes.h"
+
+bool ModifyScheduledScan(std::uint32_t* resultCode) {
+  if (resultCode == nullptr) return false;
+  *resultCode = SCHSCAN_OK;
+  return true;
+}

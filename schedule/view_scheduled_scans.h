@@ -1,0 +1,6 @@
+#pragma once
+
+#include <cstdint>
+
+// Command function: true for success; false with `resultCode` set.
+bool ViewScheduledScans(std::uint32_t* resultCode);

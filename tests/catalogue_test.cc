@@ -1,0 +1,145 @@
+// Checks the message catalogue source against the code: every key that the
+// code prints has an English text, and every text carries exactly the
+// conversions that its callers pass (a wrong conversion is a crash).
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Reads the msgid/msgstr pairs of a PO text.
+std::map<std::string, std::string> ParsePo(const std::string& po) {
+  std::map<std::string, std::string> entries;
+  std::string id, str, *current = nullptr;
+  auto flush = [&] {
+    if (current == &str) entries[id] = str;
+    id.clear();
+    str.clear();
+    current = nullptr;
+  };
+  std::istringstream lines(po);
+  for (std::string line; std::getline(lines, line);) {
+    std::size_t quote = line.find('"');
+    if (line.rfind("msgid ", 0) == 0) {
+      flush();
+      current = &id;
+    } else if (line.rfind("msgstr ", 0) == 0) {
+      current = &str;
+    } else if (line.empty() || line[0] != '"') {
+      continue;
+    }
+    if (current == nullptr || quote == std::string::npos) continue;
+    const std::size_t end = line.rfind('"');
+    for (std::size_t i = quote + 1; i < end; ++i) {
+      char c = line[i];
+      if (c == '\\' && i + 1 < end) {
+        char e = line[++i];
+        c = e == 'n' ? '\n' : e == 't' ? '\t' : e == 'r' ? '\r' : e;
+      }
+      current->push_back(c);
+    }
+  }
+  flush();
+  return entries;
+}
+
+// The conversions of a print format, one letter each (d for d/i, s for s).
+std::string Conversions(const std::string& format) {
+  std::string kinds;
+  for (std::size_t i = 0; i < format.size(); ++i) {
+    if (format[i] != '%') continue;
+    ++i;
+    if (i < format.size() && format[i] == '%') continue;
+    while (i < format.size() && std::string("-+ #0").find(format[i]) != std::string::npos) ++i;
+    while (i < format.size() && (std::isdigit(static_cast<unsigned char>(format[i])) ||
+                                 format[i] == '.' || format[i] == '*'))
+      ++i;
+    while (i < format.size() && std::string("hlLqjzt").find(format[i]) != std::string::npos) ++i;
+    if (i < format.size()) kinds.push_back(format[i] == 'i' ? 'd' : format[i]);
+  }
+  return kinds;
+}
+
+std::string CommandOutput(const std::string& command) {
+  std::string output;
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return output;
+  char buffer[4096];
+  for (std::size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) output.append(buffer, n);
+  pclose(pipe);
+  return output;
+}
+
+std::string ToolSources() {
+  std::string files;
+  for (const char* dir : {"cli", "schedule", "reports"}) {
+    for (const auto& entry : fs::directory_iterator(fs::path(SOURCE_DIR) / dir)) {
+      const std::string name = entry.path().filename();
+      if (entry.path().extension() == ".cc" && name.find("_test") == std::string::npos)
+        files += " '" + entry.path().string() + "'";
+    }
+  }
+  return files;
+}
+
+struct Signature {
+  const char* keywords;     // xgettext keyword options
+  const char* conversions;  // what the callers pass
+};
+
+const Signature kSignatures[] = {
+    {"--keyword=GetMessageText --keyword=PrintText --keyword=PrintMessageLine --keyword=TextKey",
+     ""},
+    {"--keyword=PrintFormat0 --keyword=Format0Key", ""},
+    {"--keyword=PrintFormatS --keyword=FormatSKey", "s"},
+    {"--keyword=PrintFormatD", "d"},
+    {"--keyword=PrintFormatSS", "ss"},
+    {"--keyword=PrintFormatDS", "ds"},
+    {"--keyword=PrintFormatDSS", "dss"},
+    {"--keyword=PrintFormatSDDD", "sddd"},
+    {"--keyword=PrintFormatDDD --keyword=FormatTextDDD:3", "ddd"},
+};
+
+TEST(Catalogue, EveryPrintedKeyHasATextWithTheCallersConversions) {
+  std::ifstream poFile(std::string(SOURCE_DIR) + "/catalogue/lang.po");
+  std::stringstream po;
+  po << poFile.rdbuf();
+  const auto catalogue = ParsePo(po.str());
+  ASSERT_GT(catalogue.size(), 190u);
+
+  const std::string sources = ToolSources();
+  std::set<std::string> printed;
+  for (const Signature& signature : kSignatures) {
+    const std::string extracted =
+        CommandOutput(std::string("xgettext --language=C++ --from-code=UTF-8 -k ") + signature.keywords +
+            " --omit-header --no-location -o -" + sources);
+    for (const auto& [key, unused] : ParsePo(extracted)) {
+      if (key.empty()) continue;
+      printed.insert(key);
+      const auto text = catalogue.find(key);
+      if (text == catalogue.end()) {
+        ADD_FAILURE() << "the catalogue has no text for the key \"" << key << '"';
+        continue;
+      }
+      EXPECT_EQ(Conversions(text->second), signature.conversions)
+          << "key \"" << key << "\", text \"" << text->second << '"';
+    }
+  }
+  EXPECT_GT(printed.size(), 30u);  // the extraction itself worked
+}
+
+TEST(Catalogue, ConversionParser) {
+  EXPECT_EQ(Conversions("%-26s: %02d:%02d %% %i %ld"), "sddd" "d");
+  EXPECT_EQ(Conversions("no conversions, 100%%"), "");
+}
+
+}  // namespace

@@ -1,0 +1,2 @@
+#include "taskstore/task_store.h"
+// Placeholder until the SQLite store lands.
