@@ -1,0 +1,44 @@
+# Documentation, shell completion and the Debian package (cpack -G DEB).
+include(GNUInstallDirs)
+
+find_program(GZIP gzip REQUIRED)
+set(DOC_BUILD_DIR ${CMAKE_BINARY_DIR}/doc)
+add_custom_command(
+  OUTPUT ${DOC_BUILD_DIR}/schscan.1.gz ${DOC_BUILD_DIR}/changelog.gz
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${DOC_BUILD_DIR}
+  COMMAND ${GZIP} -9n -c ${CMAKE_SOURCE_DIR}/doc/schscan.1 > ${DOC_BUILD_DIR}/schscan.1.gz
+  COMMAND ${GZIP} -9n -c ${CMAKE_SOURCE_DIR}/packaging/changelog > ${DOC_BUILD_DIR}/changelog.gz
+  DEPENDS ${CMAKE_SOURCE_DIR}/doc/schscan.1 ${CMAKE_SOURCE_DIR}/packaging/changelog)
+add_custom_target(docs ALL DEPENDS ${DOC_BUILD_DIR}/schscan.1.gz ${DOC_BUILD_DIR}/changelog.gz)
+
+install(FILES ${DOC_BUILD_DIR}/schscan.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES doc/schscan.bash-completion
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME schscan)
+install(FILES packaging/copyright ${DOC_BUILD_DIR}/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES packaging/lintian-overrides
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME schscan)
+
+foreach(script postinst postrm)
+  configure_file(packaging/${script} ${CMAKE_BINARY_DIR}/packaging/${script} @ONLY
+                 FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+                                  WORLD_READ WORLD_EXECUTE)
+endforeach()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME schscan)
+set(CPACK_PACKAGE_VENDOR Korvane)
+set(CPACK_PACKAGE_CONTACT "schscan developers <dev@schscan.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "manage scheduled anti-virus scans and their reports")
+set(CPACK_PACKAGE_DESCRIPTION
+    "schscan is the console tool with which the users of the Korvane anti-virus product add, view, modify and delete their scheduled scans, and view and delete the reports those scans leave behind.")
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS
+    "libc6 (>= 2.34), libgcc-s1, libstdc++6 (>= 12), libsqlite3-0 (>= 3.35), locales, util-linux, passwd")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    ${CMAKE_BINARY_DIR}/packaging/postinst ${CMAKE_BINARY_DIR}/packaging/postrm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+include(CPack)

@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Builds the Debian package, installs it into this machine with dpkg, runs
+# the installed tool (help, then a scripted add and view as root and as an
+# ordinary user through the setgid tool), removes it (scans stay) and purges
+# it (scans go). Needs root: exits 77, which CTest reports as skipped,
+# otherwise, and also when the product is already installed by other means.
+set -euo pipefail
+source_dir=$1
+build_dir=$2
+
+if [ "$(id -u)" -ne 0 ]; then echo "skipped: the package test needs root"; exit 77; fi
+product=/usr/lib/Korvane/Korvane
+if dpkg-query -W -f='${Status}' schscan 2>/dev/null | grep -q 'ok installed' ||
+   [ -e "$product" ] || [ -e /usr/bin/schscan ]; then
+  echo "skipped: schscan is already installed on this machine ($product or /usr/bin/schscan)"
+  exit 77
+fi
+
+echo "==> Building the package"
+cmake -S "$source_dir" -B "$build_dir" -DCMAKE_BUILD_TYPE=Release -DSCHSCAN_BUILD_TESTS=OFF \
+      -DSCHSCAN_WERROR=ON >/dev/null
+cmake --build "$build_dir" -j"$(nproc)" >/dev/null
+rm -f "$build_dir"/schscan_*_amd64.deb
+(cd "$build_dir" && cpack -G DEB >/dev/null)
+deb=$(ls "$build_dir"/schscan_*_amd64.deb)
+echo "    $deb"
+
+if command -v lintian >/dev/null; then
+  echo "==> lintian"
+  lintian --fail-on error "$deb"
+fi
+
+scan_dir=$(mktemp -d /tmp/schscan-package-test.XXXXXX)
+chmod 0755 "$scan_dir"
+cleanup() {
+  dpkg --purge schscan >/dev/null 2>&1 || true
+  rm -rf "$scan_dir"
+}
+trap cleanup EXIT
+
+fail() { echo "FAILED: $*" >&2; exit 1; }
+expect() {  # description, text that the output must contain, output
+  grep -qF -- "$2" <<<"$3" || { printf '%s\n' "$3"; fail "$1"; }
+}
+
+echo "==> dpkg -i"
+dpkg -i "$deb"
+[ "$(stat -c '%G %a' /usr/bin/schscan)" = "schscan 2755" ] || fail "the tool is not setgid schscan"
+[ "$(stat -c '%G %a' "$product/reports")" = "schscan 2770" ] || fail "reports directory modes"
+
+echo "==> Running the installed tool"
+out=$(/usr/bin/schscan --help)
+expect "help" "Korvane Scheduled Scan Manager" "$out"
+# name, daily, not first boot, 02:30:00, every day, no repeat, four options,
+# report only, one directory, no more, confirm.
+add_script() { printf '%s\n' "$1" 1 n 2 30 0 1 n y y y y 4 "$scan_dir" n y; }
+out=$(add_script PackageRootScan | /usr/bin/schscan --add)
+expect "add as root" "The scheduled scan PackageRootScan was added" "$out"
+as_nobody() { setpriv --reuid=65534 --regid=65534 --clear-groups -- "$@"; }
+out=$(add_script PackageUserScan | as_nobody /usr/bin/schscan --add)
+expect "add as nobody" "The scheduled scan PackageUserScan was added" "$out"
+out=$(printf 'n\n' | as_nobody /usr/bin/schscan --view)
+expect "view as nobody" "PackageUserScan" "$out"
+if grep -q PackageRootScan <<<"$out"; then fail "nobody sees root's scan"; fi
+out=$(printf 'n\n' | /usr/bin/schscan --view)
+expect "view as root" "PackageRootScan" "$out"
+expect "view as root" "nobody" "$out"
+if as_nobody cat "$product/tsklst.inf" >/dev/null 2>&1; then fail "nobody reads the store directly"; fi
+
+echo "==> dpkg -r keeps the scans"
+dpkg -r schscan
+[ ! -e /usr/bin/schscan ] || fail "the tool is still installed"
+[ -s "$product/tsklst.inf" ] || fail "removal lost the scans"
+echo "==> dpkg --purge removes them"
+dpkg --purge schscan
+[ ! -e "$product/tsklst.inf" ] || fail "purge kept the scans"
+echo "package test passed"
