@@ -29,13 +29,15 @@ set(CPACK_PACKAGE_NAME schscan)
 set(CPACK_PACKAGE_VENDOR Korvane)
 set(CPACK_PACKAGE_CONTACT "schscan developers <dev@schscan.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "manage scheduled anti-virus scans and their reports")
-set(CPACK_PACKAGE_DESCRIPTION
-    "schscan is the console tool with which the users of the Korvane anti-virus product add, view, modify and delete their scheduled scans, and view and delete the reports those scans leave behind.")
+# The pager more(1) comes with util-linux, which is essential.
+set(CPACK_PACKAGE_DESCRIPTION "schscan is the console tool with which the users of the Korvane
+anti-virus product add, view, modify and delete their scheduled scans, and
+view and delete the reports those scans leave behind.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
-    "libc6 (>= 2.34), libgcc-s1, libstdc++6 (>= 12), libsqlite3-0 (>= 3.35), locales, util-linux, passwd")
+    "libc6 (>= 2.34), libgcc-s1, libstdc++6 (>= 12), libsqlite3-0 (>= 3.35), locales, passwd")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${CMAKE_BINARY_DIR}/packaging/postinst ${CMAKE_BINARY_DIR}/packaging/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
