@@ -29,3 +29,7 @@ void FormatTextDDD(char* buffer, std::size_t size, const char* key, int d1, int 
 constexpr const char* TextKey(const char* key) { return key; }
 constexpr const char* Format0Key(const char* key) { return key; }
 constexpr const char* FormatSKey(const char* key) { return key; }
+constexpr const char* FormatDKey(const char* key) { return key; }
+constexpr const char* FormatSSKey(const char* key) { return key; }
+constexpr const char* FormatDSKey(const char* key) { return key; }
+constexpr const char* FormatSDDDKey(const char* key) { return key; }

@@ -101,11 +101,11 @@ const Signature kSignatures[] = {
      ""},
     {"--keyword=PrintFormat0 --keyword=Format0Key", ""},
     {"--keyword=PrintFormatS --keyword=FormatSKey", "s"},
-    {"--keyword=PrintFormatD", "d"},
-    {"--keyword=PrintFormatSS", "ss"},
-    {"--keyword=PrintFormatDS", "ds"},
+    {"--keyword=PrintFormatD --keyword=FormatDKey", "d"},
+    {"--keyword=PrintFormatSS --keyword=FormatSSKey", "ss"},
+    {"--keyword=PrintFormatDS --keyword=FormatDSKey", "ds"},
     {"--keyword=PrintFormatDSS", "dss"},
-    {"--keyword=PrintFormatSDDD", "sddd"},
+    {"--keyword=PrintFormatSDDD --keyword=FormatSDDDKey", "sddd"},
     {"--keyword=PrintFormatDDD --keyword=FormatTextDDD:3", "ddd"},
 };
 
