@@ -1,0 +1,344 @@
+#include "reports/report_index.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "product_paths.h"
+#include "reports/report_entry_multiset.h"
+#include "taskstore/result_codes.h"
+
+namespace {
+
+// Entries are read and written in chunks of this many.
+constexpr std::size_t kChunkEntries = 64;
+// The list is reserved from the file's size up to this many entries, so that
+// a sparse file claiming a huge size cannot make the reservation fail.
+constexpr std::size_t kMaxReservedEntries = std::size_t{1} << 20;
+// Rounds of taking in entries that the scan service appends while a rewrite
+// copies the index.
+constexpr int kMaxCatchUpRounds = 100;
+constexpr mode_t kNewIndexMode = 0666;  // what the scan service sets
+
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int fd) : fd_(fd) {}
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  ~FileDescriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  int get() const { return fd_; }
+  bool valid() const { return fd_ >= 0; }
+
+ private:
+  int fd_;
+};
+
+// Reads until `size` bytes came or the file ended; -1 on a read error.
+ssize_t ReadFully(int fd, void* buffer, std::size_t size, off_t offset = -1) {
+  std::size_t done = 0;
+  while (done < size) {
+    char* to = static_cast<char*>(buffer) + done;
+    const ssize_t n = offset < 0 ? read(fd, to, size - done)
+                                 : pread(fd, to, size - done, offset + static_cast<off_t>(done));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return -1;
+    }
+    if (n == 0) break;
+    done += static_cast<std::size_t>(n);
+  }
+  return static_cast<ssize_t>(done);
+}
+
+bool WriteFully(int fd, const void* buffer, std::size_t size, off_t offset) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t n = pwrite(fd, static_cast<const char*>(buffer) + done, size - done,
+                             offset + static_cast<off_t>(done));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    if (n == 0) return false;
+    done += static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+// Hands every whole entry from `*offset` to the end of the file to `take`
+// and moves `*offset` past them; a trailing incomplete entry stays unread.
+// False on a read error.
+template <typename Take>
+bool ForEachEntry(int fd, off_t* offset, Take&& take) {
+  const auto chunk = std::make_unique<tagSCAN_REPORT_ENTRY[]>(kChunkEntries);
+  const std::size_t chunkBytes = kChunkEntries * REPORT_ENTRY_SIZE;
+  for (;;) {
+    const ssize_t got = ReadFully(fd, chunk.get(), chunkBytes, *offset);
+    if (got < 0) return false;
+    const std::size_t whole = static_cast<std::size_t>(got) / REPORT_ENTRY_SIZE;
+    for (std::size_t i = 0; i < whole; ++i) take(chunk[i]);
+    *offset += static_cast<off_t>(whole * REPORT_ENTRY_SIZE);
+    if (static_cast<std::size_t>(got) < chunkBytes) return true;
+  }
+}
+
+// Writes entries from offset 19 on, a chunk at a time, and the header last.
+class EntryWriter {
+ public:
+  explicit EntryWriter(int fd)
+      : fd_(fd), chunk_(std::make_unique<tagSCAN_REPORT_ENTRY[]>(kChunkEntries)) {}
+
+  bool Add(const tagSCAN_REPORT_ENTRY& entry) {
+    chunk_[pending_++] = entry;
+    ++count_;
+    return pending_ < kChunkEntries || Flush();
+  }
+
+  // Writes what is pending, then the header; bytes 0 to 7 stay a hole.
+  bool Finish() {
+    if (!Flush()) return false;
+    unsigned char header[REPORT_HEADER_SIZE] = {};
+    for (int i = 0; i < 4; ++i) header[i] = static_cast<unsigned char>(count_ >> (8 * i));
+    return WriteFully(fd_, header, sizeof header, REPORT_HEADER_OFFSET);
+  }
+
+ private:
+  bool Flush() {
+    const std::size_t bytes = pending_ * REPORT_ENTRY_SIZE;
+    if (bytes > 0 && !WriteFully(fd_, chunk_.get(), bytes, offset_)) return false;
+    offset_ += static_cast<off_t>(bytes);
+    pending_ = 0;
+    return true;
+  }
+
+  int fd_;
+  std::unique_ptr<tagSCAN_REPORT_ENTRY[]> chunk_;
+  std::size_t pending_ = 0;
+  std::uint32_t count_ = 0;
+  off_t offset_ = REPORT_ENTRIES_OFFSET;
+};
+
+std::string DirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string NameOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// The new index, written beside the old one and renamed over it; removed
+// again unless it was renamed.
+class TemporaryIndex {
+ public:
+  explicit TemporaryIndex(const std::string& indexPath)
+      : path_(DirectoryOf(indexPath) + "/." + NameOf(indexPath) + ".XXXXXX"),
+        fd_(mkostemp(path_.data(), O_CLOEXEC)) {}
+  TemporaryIndex(const TemporaryIndex&) = delete;
+  TemporaryIndex& operator=(const TemporaryIndex&) = delete;
+  ~TemporaryIndex() {
+    if (fd_.valid() && !renamed_) unlink(path_.c_str());
+  }
+  int fd() const { return fd_.get(); }
+  bool valid() const { return fd_.valid(); }
+  bool RenameOver(const char* indexPath) {
+    renamed_ = rename(path_.c_str(), indexPath) == 0;
+    return renamed_;
+  }
+
+ private:
+  std::string path_;
+  FileDescriptor fd_;
+  bool renamed_ = false;
+};
+
+// Makes the index exist: created as the scan service would leave it.
+bool CreateIndexIfMissing(const char* indexPath) {
+  if (access(indexPath, F_OK) == 0) return true;
+  FileDescriptor created(
+      open(indexPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kNewIndexMode));
+  if (!created.valid()) return errno == EEXIST;  // another process was first
+  return fchmod(created.get(), kNewIndexMode) == 0;
+}
+
+// Opens and locks the file that `indexPath` names once the lock is granted:
+// a rewriter that held the lock before may have renamed a new index in.
+// Returns the descriptor, or -1 with `resultCode` set.
+int OpenLockedIndex(const char* indexPath, struct stat* locked, std::uint32_t* resultCode) {
+  for (;;) {
+    if (!CreateIndexIfMissing(indexPath)) return -1;
+    const int fd = open(indexPath, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd < 0) {
+      *resultCode = SCHSCAN_ERR_LIST_ACCESS;
+      return -1;
+    }
+    LockReportIndex(fd);  // a refused lock does not stop the rewrite
+    struct stat named {};
+    if (fstat(fd, locked) != 0 || !S_ISREG(locked->st_mode)) {
+      close(fd);
+      *resultCode = SCHSCAN_ERR_LIST_ACCESS;
+      return -1;
+    }
+    if (lstat(indexPath, &named) == 0 && named.st_dev == locked->st_dev &&
+        named.st_ino == locked->st_ino)
+      return fd;
+    close(fd);  // releases the lock on the replaced file
+  }
+}
+
+// Gives the new index the old one's permission bits and, where the caller
+// may, its owner.
+bool TakeOverAttributes(int fd, const struct stat& old) {
+  if (geteuid() == 0 && fchown(fd, old.st_uid, old.st_gid) != 0) return false;
+  return fchmod(fd, old.st_mode & 0777) == 0;
+}
+
+// Makes the rename itself survive a crash; the new index is in place
+// whether or not this succeeds, so its result does not change the outcome.
+void SyncDirectory(const std::string& directory) {
+  FileDescriptor dir(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (dir.valid() && fsync(dir.get()) != 0) {
+    // Nothing to undo: the rename has been made.
+  }
+}
+
+// The rewrite: under the whole-file write lock of the index, `produce`
+// writes the new contents into a temporary file through an EntryWriter (it
+// may read the locked index, whose descriptor it gets), and the temporary
+// file replaces the index by a rename. Readers see the old or the new index,
+// never a part of one.
+template <typename Produce>
+bool RewriteIndex(const char* indexPath, std::uint32_t* resultCode, Produce&& produce) {
+  *resultCode = SCHSCAN_OK;
+  struct stat old {};
+  FileDescriptor index(OpenLockedIndex(indexPath, &old, resultCode));
+  if (!index.valid()) return false;
+  bool written = false;
+  {
+    TemporaryIndex temporary(indexPath);
+    if (temporary.valid() && TakeOverAttributes(temporary.fd(), old)) {
+      EntryWriter writer(temporary.fd());
+      written = produce(index.get(), writer) && writer.Finish() && fsync(temporary.fd()) == 0 &&
+                temporary.RenameOver(indexPath);
+    }
+  }
+  if (written) SyncDirectory(DirectoryOf(indexPath));
+  UnlockReportIndex(index.get());
+  return written;
+}
+
+int SetWholeFileLock(int fileDescriptor, short type) {
+  if (fileDescriptor <= 0) return -1;
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = 0;
+  lock.l_len = 0;  // the whole file, however far it grows
+  lock.l_pid = getpid();
+  return fcntl(fileDescriptor, F_SETLKW, &lock);
+}
+
+}  // namespace
+
+int LockReportIndex(int fileDescriptor) { return SetWholeFileLock(fileDescriptor, F_WRLCK); }
+
+int UnlockReportIndex(int fileDescriptor) { return SetWholeFileLock(fileDescriptor, F_UNLCK); }
+
+bool ReadReportIndexAt(const char* indexPath, ReportList& reportList, std::uint32_t ownerFilter,
+                       std::uint32_t* resultCode) {
+  *resultCode = SCHSCAN_OK;
+  if (access(indexPath, F_OK) != 0) {
+    *resultCode = SCHSCAN_ERR_LIST_NOT_FOUND;
+    return false;
+  }
+  // Not blocking: a FIFO in the index's place fails at the seek instead.
+  FileDescriptor index(open(indexPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!index.valid()) {
+    *resultCode = SCHSCAN_ERR_LIST_ACCESS;
+    return false;
+  }
+  if (lseek(index.get(), REPORT_HEADER_OFFSET, SEEK_SET) < 0) {
+    *resultCode = SCHSCAN_ERR_LIST_SEEK;
+    return false;
+  }
+  unsigned char header[REPORT_HEADER_SIZE];
+  if (ReadFully(index.get(), header, sizeof header) != static_cast<ssize_t>(sizeof header)) {
+    *resultCode = SCHSCAN_ERR_LIST_READ;
+    return false;
+  }
+  const std::size_t sizeBefore = reportList.size();
+  try {
+    struct stat status {};
+    if (fstat(index.get(), &status) == 0 && status.st_size > off_t{REPORT_ENTRIES_OFFSET}) {
+      const auto entries = static_cast<std::size_t>(status.st_size - off_t{REPORT_ENTRIES_OFFSET}) /
+                           REPORT_ENTRY_SIZE;
+      reportList.reserve(sizeBefore + std::min(entries, kMaxReservedEntries));
+    }
+    off_t offset = REPORT_ENTRIES_OFFSET;
+    if (ForEachEntry(index.get(), &offset, [&](const tagSCAN_REPORT_ENTRY& entry) {
+          if (ownerFilter == 0 || entry.dwUserId == ownerFilter) reportList.push_back(entry);
+        }))
+      return true;
+  } catch (const std::bad_alloc&) {
+    // An index too large to hold is reported like an unreadable one.
+  }
+  reportList.resize(sizeBefore);
+  *resultCode = SCHSCAN_ERR_LIST_READ;
+  return false;
+}
+
+bool WriteReportIndexAt(const char* indexPath, const ReportList& reportList,
+                        std::uint32_t* resultCode) {
+  return RewriteIndex(indexPath, resultCode, [&](int /*index*/, EntryWriter& writer) {
+    for (const tagSCAN_REPORT_ENTRY& entry : reportList) {
+      if (!writer.Add(entry)) return false;
+    }
+    return true;
+  });
+}
+
+bool WriteReportIndexWithoutAt(const char* indexPath, const ReportEntryRefs& deletedEntries,
+                               std::uint32_t* resultCode) {
+  ReportEntryMultiset deleted(deletedEntries);
+  return RewriteIndex(indexPath, resultCode, [&](int index, EntryWriter& writer) {
+    bool writeFailed = false;
+    auto keep = [&](const tagSCAN_REPORT_ENTRY& entry) {
+      if (!writeFailed && !deleted.TakeOne(entry)) writeFailed = !writer.Add(entry);
+    };
+    off_t offset = REPORT_ENTRIES_OFFSET;
+    // The scan service appends without the lock; what it appended while the
+    // index was being copied is taken in as well, until the file stops
+    // growing (or, against an endless stream, for a bounded number of rounds).
+    for (int round = 0; round < kMaxCatchUpRounds; ++round) {
+      if (!ForEachEntry(index, &offset, keep) || writeFailed) return false;
+      struct stat now {};
+      if (fstat(index, &now) != 0) return false;
+      if (now.st_size < offset + static_cast<off_t>(REPORT_ENTRY_SIZE)) break;
+    }
+    return true;
+  });
+}
+
+bool ReadReportIndex(ReportList& reportList, std::uint32_t ownerFilter,
+                     std::uint32_t* resultCode) {
+  return ReadReportIndexAt(kReportIndexPath, reportList, ownerFilter, resultCode);
+}
+
+bool WriteReportIndex(const ReportList& reportList, std::uint32_t* resultCode) {
+  return WriteReportIndexAt(kReportIndexPath, reportList, resultCode);
+}
+
+bool WriteReportIndexWithout(const ReportEntryRefs& deletedEntries, std::uint32_t* resultCode) {
+  return WriteReportIndexWithoutAt(kReportIndexPath, deletedEntries, resultCode);
+}
