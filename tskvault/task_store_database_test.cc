@@ -1,0 +1,73 @@
+#include "tskvault/task_store_database.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "tskvault/task_store_test_support.h"
+
+namespace {
+
+using tskvault_test::Add;
+using tskvault_test::MakeScan;
+using tskvault_test::QueryStore;
+using tskvault_test::ScratchDirectory;
+
+std::uint32_t ListCode(const std::string& store) {
+  ScheduleScanList list;
+  std::uint32_t code = SCHSCAN_OK;
+  return ReadScheduleScanTaskList(store.c_str(), list, 0, &code) ? SCHSCAN_OK : code;
+}
+
+TEST(TaskStoreDatabase, FirstAddCreatesTheFileWithMode0660WhateverTheUmask) {
+  for (const mode_t mask : {mode_t{0}, mode_t{077}}) {
+    ScratchDirectory scratch;
+    const std::string store = scratch / "tsklst.inf";
+    const mode_t previous = umask(mask);
+    const std::uint32_t code = Add(store, MakeScan("First", 0));
+    umask(previous);
+    ASSERT_EQ(code, SCHSCAN_OK);
+    struct stat status {};
+    ASSERT_EQ(stat(store.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, tskvault::kTaskListMode) << "umask " << mask;
+    EXPECT_EQ(QueryStore(store, "PRAGMA user_version"), std::to_string(tskvault::kSchemaVersion));
+  }
+}
+
+TEST(TaskStoreDatabase, AnythingButATaskListIsAnOperationError) {
+  ScratchDirectory scratch;
+  const std::string garbage = scratch / "garbage.inf";
+  std::ofstream(garbage) << std::string(4096, 'x');
+  const std::string foreign = scratch / "foreign.inf";
+  ASSERT_EQ(Add(foreign, MakeScan("Scan", 0)), SCHSCAN_OK);
+  ASSERT_EQ(QueryStore(foreign, "PRAGMA user_version = 9"), "");
+  const std::string otherTables = scratch / "other.inf";
+  std::ofstream(otherTables).close();
+  ASSERT_EQ(QueryStore(otherTables, "CREATE TABLE t (x)"), "");
+
+  for (const std::string& store : {garbage, foreign, otherTables}) {
+    EXPECT_EQ(ListCode(store), SCHSCAN_ERR_LIST_OPERATION) << store;
+    EXPECT_EQ(Add(store, MakeScan("New", 0)), SCHSCAN_ERR_LIST_OPERATION) << store;
+    std::uint32_t code = SCHSCAN_OK;
+    EXPECT_FALSE(ValidateTaskNameAt(store.c_str(), "New", kNameMustBeNew, 0, &code));
+    EXPECT_EQ(code, SCHSCAN_ERR_LIST_OPERATION) << store;
+  }
+}
+
+TEST(TaskStoreDatabase, AnEmptyFileIsAStoreWithoutScans) {
+  ScratchDirectory scratch;
+  const std::string store = scratch / "tsklst.inf";
+  std::ofstream(store).close();  // as left by a run that died right after creating it
+  EXPECT_EQ(ListCode(store), SCHSCAN_OK);
+  EXPECT_EQ(Add(store, MakeScan("First", 0)), SCHSCAN_OK);
+}
+
+TEST(TaskStoreDatabase, MissingDirectory) {
+  ScratchDirectory scratch;
+  const std::string store = scratch / "no/such/dir/tsklst.inf";
+  EXPECT_EQ(Add(store, MakeScan("First", 0)), SCHSCAN_ERR_LIST_ACCESS);
+  EXPECT_EQ(ListCode(store), SCHSCAN_ERR_LIST_NOT_FOUND);
+}
+
+}  // namespace

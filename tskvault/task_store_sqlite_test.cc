@@ -1,0 +1,228 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tskvault/task_store_test_support.h"
+
+namespace {
+
+using tskvault_test::Add;
+using tskvault_test::MakeScan;
+using tskvault_test::ScratchDirectory;
+
+constexpr std::uint32_t kAlice = 1000;
+constexpr std::uint32_t kBob = 2000;
+constexpr std::uint32_t kRoot = 0;
+
+// A store with Alice's scan "Mine" and Bob's scan "Theirs".
+class TaskStoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(Add(store_, MakeScan("Mine", kAlice)), SCHSCAN_OK);
+    ASSERT_EQ(Add(store_, MakeScan("Theirs", kBob)), SCHSCAN_OK);
+  }
+
+  std::vector<std::string> ListNames(std::uint32_t user) {
+    ScheduleScanList list;
+    std::uint32_t code = SCHSCAN_OK;
+    EXPECT_TRUE(ReadScheduleScanTaskList(store_.c_str(), list, user, &code)) << code;
+    std::vector<std::string> names;
+    for (const auto& entry : list) names.emplace_back(entry.szScanName);
+    return names;
+  }
+
+  ScratchDirectory scratch_;
+  std::string store_ = scratch_ / "tsklst.inf";
+};
+
+std::uint32_t CheckName(const std::string& store, const std::string& name, std::int32_t mode,
+                        std::uint32_t user) {
+  std::uint32_t code = SCHSCAN_OK;
+  return ValidateTaskNameAt(store.c_str(), name.c_str(), mode, user, &code) ? SCHSCAN_OK : code;
+}
+
+TEST_F(TaskStoreTest, NewNameCodes) {
+  const struct {
+    std::string name;
+    std::uint32_t user;
+    std::uint32_t code;
+  } cases[] = {
+      {"", kAlice, SCHSCAN_ERR_NAME_EMPTY},
+      {std::string(255, 'a'), kAlice, SCHSCAN_ERR_NAME_LENGTH},
+      {"Daily scan", kAlice, SCHSCAN_ERR_NAME_LENGTH},
+      {"scan_1", kAlice, SCHSCAN_ERR_NAME_LENGTH},
+      {"Mine", kAlice, SCHSCAN_ERR_NAME_CONFIGURED},
+      {"Mine", kBob, SCHSCAN_ERR_OTHER_USER},
+      {"Mine", kRoot, SCHSCAN_ERR_OTHER_USER},
+      {"mine", kAlice, SCHSCAN_OK},  // names are case-sensitive
+      {std::string(254, 'a'), kAlice, SCHSCAN_OK},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(CheckName(store_, c.name, kNameMustBeNew, c.user), c.code) << c.name;
+  }
+  EXPECT_EQ(CheckName(scratch_ / "none.inf", "Mine", kNameMustBeNew, kAlice), SCHSCAN_OK);
+  EXPECT_EQ(CheckName(store_, "Mine", 7, kAlice), SCHSCAN_ERR_LIST_OPERATION);
+}
+
+// Mode 0 and the three by-name calls answer alike.
+TEST(TaskStoreByName, CodesOfEveryByNameCall) {
+  using Call = std::function<std::uint32_t(const std::string&, const char*, std::uint32_t)>;
+  const Call calls[] = {
+      [](const std::string& store, const char* name, std::uint32_t user) {
+        return CheckName(store, name, kNameMustExist, user);
+      },
+      [](const std::string& store, const char* name, std::uint32_t user) {
+        tagSCHEDULE_SCAN_ENTRY entry = MakeScan(name, 0);
+        std::uint32_t code = SCHSCAN_OK;
+        return GetScheduleScanTaskDetails(store.c_str(), &entry, user, &code) ? SCHSCAN_OK : code;
+      },
+      [](const std::string& store, const char* name, std::uint32_t user) {
+        tagSCHEDULE_SCAN_ENTRY entry = MakeScan(name, 0, {"/changed"});
+        std::uint32_t code = SCHSCAN_OK;
+        return ModifyScheduleScanTask(store.c_str(), &entry, user, &code) ? SCHSCAN_OK : code;
+      },
+      [](const std::string& store, const char* name, std::uint32_t user) {
+        std::uint32_t code = SCHSCAN_OK;
+        return DeleteScheduleScanTask(store.c_str(), name, user, &code) ? SCHSCAN_OK : code;
+      },
+  };
+  enum class Store { kMissing, kEmptied, kTwoScans };
+  const struct {
+    Store store;
+    const char* name;
+    std::uint32_t user;
+    std::uint32_t code;
+  } cases[] = {
+      {Store::kMissing, "Mine", kAlice, SCHSCAN_ERR_LIST_NOT_FOUND},
+      {Store::kEmptied, "Mine", kAlice, SCHSCAN_ERR_LIST_NOT_FOUND},
+      {Store::kTwoScans, "Nope", kAlice, SCHSCAN_ERR_NAME_NOT_CONFIGURED},
+      {Store::kTwoScans, "mine", kAlice, SCHSCAN_ERR_NAME_NOT_CONFIGURED},
+      {Store::kTwoScans, "Theirs", kAlice, SCHSCAN_ERR_OTHER_USER},
+      {Store::kTwoScans, "Theirs", kRoot, SCHSCAN_OK},
+      {Store::kTwoScans, "Mine", kAlice, SCHSCAN_OK},
+  };
+  for (std::size_t call = 0; call < std::size(calls); ++call) {
+    for (const auto& c : cases) {
+      ScratchDirectory scratch;
+      const std::string store = scratch / "tsklst.inf";
+      if (c.store != Store::kMissing) {
+        ASSERT_EQ(Add(store, MakeScan("Mine", kAlice)), SCHSCAN_OK);
+        ASSERT_EQ(Add(store, MakeScan("Theirs", kBob)), SCHSCAN_OK);
+      }
+      if (c.store == Store::kEmptied) {
+        std::uint32_t code = SCHSCAN_OK;
+        ASSERT_TRUE(DeleteScheduleScanTask(store.c_str(), "Mine", kAlice, &code));
+        ASSERT_TRUE(DeleteScheduleScanTask(store.c_str(), "Theirs", kBob, &code));
+      }
+      EXPECT_EQ(calls[call](store, c.name, c.user), c.code)
+          << "call " << call << ", name " << c.name << ", user " << c.user;
+    }
+  }
+}
+
+TEST_F(TaskStoreTest, ListsByOwnerInCreationOrder) {
+  ASSERT_EQ(Add(store_, MakeScan("Third", kAlice)), SCHSCAN_OK);
+  tagSCHEDULE_SCAN_ENTRY changed = MakeScan("Mine", kBob, {"/a", "/b"});
+  std::uint32_t code = SCHSCAN_OK;
+  ASSERT_TRUE(ModifyScheduleScanTask(store_.c_str(), &changed, kAlice, &code)) << code;
+
+  EXPECT_EQ(ListNames(kRoot), (std::vector<std::string>{"Mine", "Theirs", "Third"}));
+  EXPECT_EQ(ListNames(kAlice), (std::vector<std::string>{"Mine", "Third"}));  // owner kept
+  EXPECT_EQ(ListNames(kBob), (std::vector<std::string>{"Theirs"}));
+  EXPECT_EQ(ListNames(3000), std::vector<std::string>{});
+
+  // The list is appended to, each record with its own items.
+  ScheduleScanList list;
+  list.push_back(MakeScan("Caller", kAlice, {"/x"}));
+  ASSERT_TRUE(ReadScheduleScanTaskList(store_.c_str(), list, kAlice, &code)) << code;
+  ASSERT_EQ(list.size(), 3u);
+  EXPECT_STREQ(list[0].vecScanItems.PathAt(0), "/x");
+  ASSERT_EQ(list[1].vecScanItems.size(), 2u);
+  EXPECT_STREQ(list[1].vecScanItems.PathAt(1), "/b");
+  EXPECT_STREQ(list[2].vecScanItems.PathAt(0), "/data");
+
+  list.clear();
+  EXPECT_FALSE(ReadScheduleScanTaskList((scratch_ / "none.inf").c_str(), list, kRoot, &code));
+  EXPECT_EQ(code, SCHSCAN_ERR_LIST_NOT_FOUND);
+}
+
+TEST_F(TaskStoreTest, DeletingTheLastScanLeavesAnEmptyStore) {
+  std::uint32_t code = SCHSCAN_OK;
+  ASSERT_TRUE(DeleteScheduleScanTask(store_.c_str(), "Mine", kAlice, &code));
+  ASSERT_TRUE(DeleteScheduleScanTask(store_.c_str(), "Theirs", kRoot, &code));
+  EXPECT_EQ(ListNames(kRoot), std::vector<std::string>{});
+  EXPECT_EQ(tskvault_test::QueryStore(store_, "SELECT count(*) FROM items"), "0");
+  EXPECT_EQ(Add(store_, MakeScan("Mine", kBob)), SCHSCAN_OK);  // the name is free again
+}
+
+TEST_F(TaskStoreTest, AddAndModifyRefuse) {
+  EXPECT_EQ(Add(store_, MakeScan("Mine", kAlice)), SCHSCAN_ERR_NAME_CONFIGURED);
+  EXPECT_EQ(Add(store_, MakeScan("Mine", kRoot)), SCHSCAN_ERR_OTHER_USER);
+  EXPECT_EQ(Add(store_, MakeScan("Theirs", kAlice)), SCHSCAN_ERR_OTHER_USER);
+
+  tagSCHEDULE_SCAN_ENTRY bad = MakeScan("New", kAlice);
+  bad.nHour = 24;
+  EXPECT_EQ(Add(store_, MakeScan("New", kAlice, {})), SCHSCAN_ERR_LIST_OPERATION);
+  std::uint32_t code = SCHSCAN_OK;
+  EXPECT_FALSE(AddScheduleScanTask(store_.c_str(), &bad, &code));
+  EXPECT_EQ(code, SCHSCAN_ERR_LIST_OPERATION);
+  std::memcpy(bad.szScanName, "Mine", 5);
+  EXPECT_FALSE(ModifyScheduleScanTask(store_.c_str(), &bad, kAlice, &code));
+  EXPECT_EQ(code, SCHSCAN_ERR_LIST_OPERATION);
+  EXPECT_EQ(ListNames(kRoot), (std::vector<std::string>{"Mine", "Theirs"}));
+}
+
+void ExpectSameRecord(const tagSCHEDULE_SCAN_ENTRY& got, const tagSCHEDULE_SCAN_ENTRY& want) {
+  // Everything before the item list, byte for byte (names are zero-padded).
+  EXPECT_EQ(std::memcmp(&got, &want, offsetof(tagSCHEDULE_SCAN_ENTRY, vecScanItems)), 0);
+  EXPECT_EQ(std::uint32_t{got.dwUserId}, std::uint32_t{want.dwUserId});  // by value: packed
+  ASSERT_EQ(got.vecScanItems.size(), want.vecScanItems.size());
+  for (std::size_t i = 0; i < want.vecScanItems.size(); ++i) {
+    ASSERT_EQ(std::memcmp(got.vecScanItems.PathAt(i), want.vecScanItems.PathAt(i),
+                          SCAN_ITEM_SIZE),
+              0)
+        << "item " << i;
+  }
+}
+
+TEST(TaskStoreRoundTrip, EveryFieldComesBackUnchanged) {
+  ScratchDirectory scratch;
+  const std::string store = scratch / "tsklst.inf";
+  tagSCHEDULE_SCAN_ENTRY entry = MakeScan(std::string(254, 'Z'), 4294967294u, {});
+  entry.byFrequency = FREQ_WEEKLY;
+  entry.bFirstBootScan = 1;  // time, recurrence and repeat unused: kept as they are
+  entry.nHour = -300;
+  entry.nMinute = 32767;
+  entry.nSecond = -32768;
+  entry.bRepeatScan = 200;
+  entry.nRecurEvery = -1;
+  entry.nRepeatInterval = 9999;
+  entry.byRepeatUnit = 7;
+  entry.byWeekDay = 7;
+  entry.abyReserved1[0] = 0xff;
+  entry.abyReserved1[1] = 0x01;
+  entry.nScanAction = ACTION_REPORT_ONLY;
+  entry.byScanOptions = 0x0f;
+  for (std::size_t i = 0; i < sizeof entry.abyReserved2; ++i) entry.abyReserved2[i] = 0x80 + i;
+  entry.vecScanItems.AppendPath(("/" + std::string(1022, 'p')).c_str());
+  for (int i = 1; i < 100; ++i) entry.vecScanItems.AppendPath(("/dir/" + std::to_string(i)).c_str());
+  ASSERT_EQ(Add(store, MakeScan("Before", 1)), SCHSCAN_OK);
+  ASSERT_EQ(Add(store, MakeScan(entry.szScanName, 0)), SCHSCAN_OK);  // replaced below
+
+  std::uint32_t code = SCHSCAN_OK;
+  ASSERT_TRUE(ModifyScheduleScanTask(store.c_str(), &entry, kRoot, &code)) << code;
+  entry.dwUserId = 0;  // modify keeps the stored owner
+  tagSCHEDULE_SCAN_ENTRY fetched = MakeScan(entry.szScanName, 12345, {"/stale"});
+  ASSERT_TRUE(GetScheduleScanTaskDetails(store.c_str(), &fetched, kRoot, &code)) << code;
+  ExpectSameRecord(fetched, entry);
+
+  ScheduleScanList list;
+  ASSERT_TRUE(ReadScheduleScanTaskList(store.c_str(), list, kRoot, &code)) << code;
+  ASSERT_EQ(list.size(), 2u);
+  ExpectSameRecord(list[1], entry);
+}
+
+}  // namespace
