@@ -37,8 +37,8 @@ bool AddScheduledScan(std::uint32_t* resultCode) {
   entry.dwUserId = getuid();
 
   char name[SCAN_NAME_SIZE] = {};
-  PromptScanName(ScanNameUse::kAdd, name, resultCode);  // prints the heading too
-  std::strncpy(entry.szScanName, name, SCAN_NAME_SIZE - 1);
+  PromptScanName(ScanNameUse::kAdd, name, resultCode);                     // prints the heading too
+  std::memcpy(entry.szScanName, name, strnlen(name, SCAN_NAME_SIZE - 1));  // the rest stays zero
 
   entry.byFrequency = AskFrequency(kAddWizardTexts);
   if (entry.byFrequency == FREQ_WEEKLY) entry.byWeekDay = AskWeekDay(kAddWizardTexts);

@@ -89,10 +89,10 @@ void ModifyRecurrence(tagSCHEDULE_SCAN_ENTRY& entry, const StoredSchedule& store
 void ModifyRepeat(tagSCHEDULE_SCAN_ENTRY& entry) {
   PrintLiteral("\n");
   if (entry.bRepeatScan == 1) {
-    PrintFormatDS("schscan_msg_repeatscan_on", entry.nRepeatInterval,
-                  GetMessageText(entry.byRepeatUnit == REPEAT_UNIT_HOURS
-                                     ? TextKey("schscan_str_hours")
-                                     : TextKey("schscan_str_minutes")));
+    PrintFormatDS(
+        "schscan_msg_repeatscan_on", entry.nRepeatInterval,
+        GetMessageText(entry.byRepeatUnit == REPEAT_UNIT_HOURS ? TextKey("schscan_str_hours")
+                                                               : TextKey("schscan_str_minutes")));
     PrintLiteral(".\n");
   } else {
     PrintMessageLine("schscan_msg_repeatscan_off");
@@ -181,7 +181,7 @@ bool ModifyScheduledScan(std::uint32_t* resultCode) {
   PromptScanName(ScanNameUse::kModify, name, resultCode);  // prints the heading too
   tagSCHEDULE_SCAN_ENTRY entry;
   PrepareNewScheduleScanEntry(&entry);
-  std::strncpy(entry.szScanName, name, SCAN_NAME_SIZE - 1);
+  std::memcpy(entry.szScanName, name, strnlen(name, SCAN_NAME_SIZE - 1));  // the rest stays zero
   if (!GetScheduleScanTaskDetails(kTaskListPath, &entry, userId, resultCode)) return false;
 
   // The record is changed in place and handed back whole at the end; until
