@@ -12,20 +12,32 @@ bool IsTimed(const tagSCHEDULE_SCAN_ENTRY& e) { return e.bFirstBootScan == 0; }
 
 bool Holds(const DetailLine& line, const tagSCHEDULE_SCAN_ENTRY& e) {
   switch (line.condition) {
-    case C::kAlways: return true;
-    case C::kFrequencyKnown: return e.byFrequency == FREQ_DAILY || e.byFrequency == FREQ_WEEKLY;
-    case C::kDaily: return e.byFrequency == FREQ_DAILY;
-    case C::kWeekly: return e.byFrequency == FREQ_WEEKLY;
+    case C::kAlways:
+      return true;
+    case C::kFrequencyKnown:
+      return e.byFrequency == FREQ_DAILY || e.byFrequency == FREQ_WEEKLY;
+    case C::kDaily:
+      return e.byFrequency == FREQ_DAILY;
+    case C::kWeekly:
+      return e.byFrequency == FREQ_WEEKLY;
     case C::kWeeklyWithDay:
       return e.byFrequency == FREQ_WEEKLY && WeekDayName(e.byWeekDay) != nullptr;
-    case C::kFirstBoot: return e.bFirstBootScan == 1;
-    case C::kTimed: return IsTimed(e);
-    case C::kTimedDaily: return IsTimed(e) && e.byFrequency == FREQ_DAILY;
-    case C::kTimedWeekly: return IsTimed(e) && e.byFrequency == FREQ_WEEKLY;
-    case C::kTimedRepeat: return IsTimed(e) && e.bRepeatScan == 1;
-    case C::kOption: return (e.byScanOptions & line.value) != 0;
-    case C::kAction: return e.nScanAction == line.value;
-    case C::kEachItem: return !e.vecScanItems.empty();
+    case C::kFirstBoot:
+      return e.bFirstBootScan == 1;
+    case C::kTimed:
+      return IsTimed(e);
+    case C::kTimedDaily:
+      return IsTimed(e) && e.byFrequency == FREQ_DAILY;
+    case C::kTimedWeekly:
+      return IsTimed(e) && e.byFrequency == FREQ_WEEKLY;
+    case C::kTimedRepeat:
+      return IsTimed(e) && e.bRepeatScan == 1;
+    case C::kOption:
+      return (e.byScanOptions & line.value) != 0;
+    case C::kAction:
+      return e.nScanAction == line.value;
+    case C::kEachItem:
+      return !e.vecScanItems.empty();
   }
   return false;
 }
@@ -38,16 +50,35 @@ const char* RepeatUnitWord(const tagSCHEDULE_SCAN_ENTRY& e) {
 void PrintLine(const DetailLine& line, const tagSCHEDULE_SCAN_ENTRY& e, std::size_t item) {
   const char* label = line.label != nullptr ? GetMessageText(line.label) : "";
   switch (line.argument) {
-    case A::kNone: break;
-    case A::kText: PrintText(line.key); break;
-    case A::kLabel: PrintFormatS(line.key, label); break;
-    case A::kLabelName: PrintFormatSS(line.key, label, e.szScanName); break;
-    case A::kLabelWeekDay: PrintFormatSS(line.key, label, WeekDayName(e.byWeekDay)); break;
-    case A::kLabelTime: PrintFormatSDDD(line.key, label, e.nHour, e.nMinute, e.nSecond); break;
-    case A::kRecurrence: PrintFormatD(line.key, e.nRecurEvery); break;
-    case A::kRepeat: PrintFormatDS(line.key, e.nRepeatInterval, RepeatUnitWord(e)); break;
-    case A::kEmpty: PrintFormatS(line.key, ""); break;
-    case A::kEmptyPath: PrintFormatSS(line.key, "", e.vecScanItems.PathAt(item)); break;
+    case A::kNone:
+      break;
+    case A::kText:
+      PrintText(line.key);
+      break;
+    case A::kLabel:
+      PrintFormatS(line.key, label);
+      break;
+    case A::kLabelName:
+      PrintFormatSS(line.key, label, e.szScanName);
+      break;
+    case A::kLabelWeekDay:
+      PrintFormatSS(line.key, label, WeekDayName(e.byWeekDay));
+      break;
+    case A::kLabelTime:
+      PrintFormatSDDD(line.key, label, e.nHour, e.nMinute, e.nSecond);
+      break;
+    case A::kRecurrence:
+      PrintFormatD(line.key, e.nRecurEvery);
+      break;
+    case A::kRepeat:
+      PrintFormatDS(line.key, e.nRepeatInterval, RepeatUnitWord(e));
+      break;
+    case A::kEmpty:
+      PrintFormatS(line.key, "");
+      break;
+    case A::kEmptyPath:
+      PrintFormatSS(line.key, "", e.vecScanItems.PathAt(item));
+      break;
   }
   PrintLiteral(line.lineEnd);
 }
@@ -80,16 +111,16 @@ constexpr DetailLine kAddSummary[] = {
     {C::kOption, SCAN_OPT_SPYWARE, A::kEmpty, FormatSKey("schscan_scandetail_spyware"), nullptr,
      ".\n"},
     {C::kOption, SCAN_OPT_DUMP, A::kEmpty, FormatSKey("schscan_scandetal_dump"), nullptr, ".\n"},
-    {C::kOption, SCAN_OPT_PACKED, A::kEmpty, FormatSKey("schscan_scandetail_packedfiles"),
-     nullptr, ".\n"},
+    {C::kOption, SCAN_OPT_PACKED, A::kEmpty, FormatSKey("schscan_scandetail_packedfiles"), nullptr,
+     ".\n"},
     {C::kAlways, 0, A::kLabel, FormatSKey("schscan_scandetail_format2"),
      TextKey("schscan_str_scanneraction"), " :\n"},
     {C::kAction, ACTION_REPAIR_ONLY, A::kEmpty, FormatSKey("schscan_scandetail_format3"), nullptr,
      ".\n"},
     {C::kAction, ACTION_REPAIR_DELETE, A::kEmpty,
      FormatSKey("schscan_scandetail_repairdelete_output"), nullptr, ".\n"},
-    {C::kAction, ACTION_DELETE, A::kEmpty, FormatSKey("schscan_scandetail_format_deleted"),
-     nullptr, ".\n"},
+    {C::kAction, ACTION_DELETE, A::kEmpty, FormatSKey("schscan_scandetail_format_deleted"), nullptr,
+     ".\n"},
     {C::kAction, ACTION_REPORT_ONLY, A::kEmpty, FormatSKey("schscan_scandetail_format_report"),
      nullptr, ".\n"},
     {C::kAlways, 0, A::kLabel, FormatSKey("schscan_scandetail_format2"),
@@ -123,16 +154,15 @@ constexpr DetailLine kDetailView[] = {
     {C::kOption, SCAN_OPT_SPYWARE, A::kEmpty, FormatSKey("schscan_scandetail_spyware"), nullptr,
      ".\n"},
     {C::kOption, SCAN_OPT_DUMP, A::kEmpty, FormatSKey("schscan_scandetal_dump"), nullptr, ".\n"},
-    {C::kOption, SCAN_OPT_PACKED, A::kEmpty, FormatSKey("schscan_msg_scanpacked"), nullptr,
-     ".\n"},
+    {C::kOption, SCAN_OPT_PACKED, A::kEmpty, FormatSKey("schscan_msg_scanpacked"), nullptr, ".\n"},
     {C::kAlways, 0, A::kLabel, FormatSKey("schscan_scandetail_format2"),
      TextKey("schscan_str_scanneraction"), "\n"},
     {C::kAction, ACTION_REPAIR_ONLY, A::kEmpty, FormatSKey("schscan_scandetail_format3"), nullptr,
      ".\n"},
     {C::kAction, ACTION_REPAIR_DELETE, A::kEmpty,
      FormatSKey("schscan_scandetail_repairdelete_output"), nullptr, ".\n"},
-    {C::kAction, ACTION_DELETE, A::kEmpty, FormatSKey("schscan_scandetail_format_deleted"),
-     nullptr, ".\n"},
+    {C::kAction, ACTION_DELETE, A::kEmpty, FormatSKey("schscan_scandetail_format_deleted"), nullptr,
+     ".\n"},
     {C::kAction, ACTION_REPORT_ONLY, A::kEmpty, FormatSKey("schscan_scandetail_format_report"),
      nullptr, ".\n"},
     {C::kAlways, 0, A::kLabel, FormatSKey("schscan_scandetail_format2"),

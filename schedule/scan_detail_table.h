@@ -12,32 +12,32 @@
 // is neither daily nor weekly, a weekday outside 1 to 7) are left out.
 enum class DetailCondition : std::uint8_t {
   kAlways,
-  kFrequencyKnown,    // daily or weekly
+  kFrequencyKnown,  // daily or weekly
   kDaily,
   kWeekly,
-  kWeeklyWithDay,     // weekly, with a weekday of 1 to 7
-  kFirstBoot,         // bFirstBootScan 1
-  kTimed,             // bFirstBootScan 0
+  kWeeklyWithDay,  // weekly, with a weekday of 1 to 7
+  kFirstBoot,      // bFirstBootScan 1
+  kTimed,          // bFirstBootScan 0
   kTimedDaily,
   kTimedWeekly,
-  kTimedRepeat,       // bFirstBootScan 0 and bRepeatScan 1
-  kOption,            // the bit `value` of byScanOptions is set
-  kAction,            // nScanAction equals `value`
-  kEachItem,          // once per directory, in list order
+  kTimedRepeat,  // bFirstBootScan 0 and bRepeatScan 1
+  kOption,       // the bit `value` of byScanOptions is set
+  kAction,       // nScanAction equals `value`
+  kEachItem,     // once per directory, in list order
 };
 
 // What the key is and what it is given.
 enum class DetailArgument : std::uint8_t {
-  kNone,         // no key: only the line end is written
-  kText,         // the text of the key, unchanged
-  kLabel,        // format (text of `label`)
-  kLabelName,    // format (text of `label`, scan name)
-  kLabelWeekDay, // format (text of `label`, weekday word)
-  kLabelTime,    // format (text of `label`, hour, minute, second)
-  kRecurrence,   // format (nRecurEvery)
-  kRepeat,       // format (nRepeatInterval, unit word)
-  kEmpty,        // format (empty string)
-  kEmptyPath,    // format (empty string, directory path)
+  kNone,          // no key: only the line end is written
+  kText,          // the text of the key, unchanged
+  kLabel,         // format (text of `label`)
+  kLabelName,     // format (text of `label`, scan name)
+  kLabelWeekDay,  // format (text of `label`, weekday word)
+  kLabelTime,     // format (text of `label`, hour, minute, second)
+  kRecurrence,    // format (nRecurEvery)
+  kRepeat,        // format (nRepeatInterval, unit word)
+  kEmpty,         // format (empty string)
+  kEmptyPath,     // format (empty string, directory path)
 };
 
 struct DetailLine {

@@ -70,14 +70,14 @@ void AskScanTime(const WizardTexts& texts, tagSCHEDULE_SCAN_ENTRY& entry) {
   PrintLiteral(texts.scanTimeLead);
   PrintText("schscan_msg_enterscantime");
   PrintLiteral(":\n");
-  entry.nHour = static_cast<std::int16_t>(AskNumber({"", TextKey("schscan_msg_enterhours"), ":"},
-                                                    0, 23,
-                                                    {"", TextKey("schscan_valid_hourtime"), ".\n"}));
+  entry.nHour =
+      static_cast<std::int16_t>(AskNumber({"", TextKey("schscan_msg_enterhours"), ":"}, 0, 23,
+                                          {"", TextKey("schscan_valid_hourtime"), ".\n"}));
   entry.nMinute = static_cast<std::int16_t>(
       AskNumber({"", TextKey("schscan_msg_enter_minutes"), ":"}, 0, 59, texts.minuteRangeError));
-  entry.nSecond = static_cast<std::int16_t>(
-      AskNumber({"", TextKey("schscan_msg_enter_seconds"), ":"}, 0, 59,
-                {"", TextKey("schscan_valid_time_seconds"), ".\n"}));
+  entry.nSecond =
+      static_cast<std::int16_t>(AskNumber({"", TextKey("schscan_msg_enter_seconds"), ":"}, 0, 59,
+                                          {"", TextKey("schscan_valid_time_seconds"), ".\n"}));
 }
 
 std::int16_t AskRecurrence(const WizardTexts& texts, std::uint8_t frequency) {
@@ -103,9 +103,9 @@ void AskRepeatInterval(const WizardTexts& texts, tagSCHEDULE_SCAN_ENTRY& entry) 
         AskNumber(texts.repeatHoursPrompt, 1, 23, texts.repeatHoursRangeError));
   } else {
     entry.byRepeatUnit = REPEAT_UNIT_MINUTES;
-    entry.nRepeatInterval = static_cast<std::int16_t>(
-        AskNumber({"", TextKey("schscan_msg_enter_minutes_2"), ":"}, 1, 1439,
-                  {"", TextKey("schscan_valid_minutes"), ".\n"}));
+    entry.nRepeatInterval =
+        static_cast<std::int16_t>(AskNumber({"", TextKey("schscan_msg_enter_minutes_2"), ":"}, 1,
+                                            1439, {"", TextKey("schscan_valid_minutes"), ".\n"}));
   }
 }
 

@@ -9,13 +9,13 @@
 #include "taskstore/schedule_scan_entry.h"
 
 struct WizardTexts {
-  const char* frequencyTitle;         // title of the frequency menu
+  const char* frequencyTitle;  // title of the frequency menu
   WizardText weekDayRangeError;
-  const char* scanTimeLead;           // written before the scan time heading
+  const char* scanTimeLead;  // written before the scan time heading
   WizardText minuteRangeError;
-  const char* weeklyRecurrenceLead;   // written before the weekly recurrence prompt
-  const char* repeatUnitTitle;        // title of the repeat unit menu
-  WizardText repeatUnitError;         // a number that is not on that menu
+  const char* weeklyRecurrenceLead;  // written before the weekly recurrence prompt
+  const char* repeatUnitTitle;       // title of the repeat unit menu
+  WizardText repeatUnitError;        // a number that is not on that menu
   WizardText repeatHoursPrompt;
   WizardText repeatHoursRangeError;
 };

@@ -97,10 +97,9 @@ bool ViewScheduledScans(std::uint32_t* resultCode) {
   for (std::size_t i = 0; i < scans.size(); ++i) PrintScanTableRow(i, scans[i], withOwner);
 
   if (!AskYesNo({"\n", TextKey("schscan_confirm_scandetail_view"), ":"})) return true;
-  const std::int32_t number =
-      AskNumber({"\n", TextKey("schscan_msg_enteridtoviewdetail"), ":"}, 1,
-                static_cast<std::int32_t>(scans.size()),
-                {"", Format0Key("schscan_valid_scannumber"), ".\n", true});
+  const std::int32_t number = AskNumber({"\n", TextKey("schscan_msg_enteridtoviewdetail"), ":"}, 1,
+                                        static_cast<std::int32_t>(scans.size()),
+                                        {"", Format0Key("schscan_valid_scannumber"), ".\n", true});
   PrintScanDetailView(scans[static_cast<std::size_t>(number - 1)]);
   return true;
 }
