@@ -25,18 +25,18 @@ bool IsYes(std::string answer) {
 struct AddRun {
   std::string name = "Scan1";
   std::string frequency = "1";
-  std::string weekDay;
+  std::string weekDay{};
   std::string firstBoot = "n";
   std::string hour = "10", minute = "20", second = "30";
   std::string recurrence = "2";
   std::string repeat = "n";
-  std::string repeatUnit, repeatInterval;
+  std::string repeatUnit{}, repeatInterval{};
   std::array<std::string, 4> options = {"y", "n", "n", "n"};
   std::string action = "1";
   std::vector<std::string> dirs = {MakeDir("a")};
   std::string addMore = "y";
   std::string confirm = "y";
-  std::multimap<std::string, std::pair<std::string, std::string>> refused;
+  std::multimap<std::string, std::pair<std::string, std::string>> refused{};
 };
 
 // The question `id` with its refused answers first.
@@ -44,13 +44,15 @@ Script Question(const AddRun& run, const std::string& id, const std::string& pro
                 const std::string& answer) {
   Script script;
   const auto [first, last] = run.refused.equal_range(id);
-  for (auto it = first; it != last; ++it) script += Reject(prompt, it->second.first, it->second.second);
+  for (auto it = first; it != last; ++it)
+    script += Reject(prompt, it->second.first, it->second.second);
   return script + Ask(prompt, answer);
 }
 
 std::string SummaryKeys(const AddRun& run) {
   const bool daily = run.frequency == "1";
-  std::string text = "\nSchedule scan details :\nschscan_scandetail_format1.\nschscan_scandetail_format2";
+  std::string text =
+      "\nSchedule scan details :\nschscan_scandetail_format1.\nschscan_scandetail_format2";
   text += daily ? "schscan_str_daily.\n" : "schscan_str_weekly.\nschscan_scandetail_format1.\n";
   if (IsYes(run.firstBoot)) {
     text += "schscan_msg_enabled.\n";
@@ -65,8 +67,9 @@ std::string SummaryKeys(const AddRun& run) {
   for (int i = 0; i < 4; ++i) {
     if (IsYes(run.options[i])) text += optionKeys[i] + std::string(".\n");
   }
-  const char* actionKeys[] = {"schscan_scandetail_format3", "schscan_scandetail_repairdelete_output",
-                              "schscan_scandetail_format_deleted", "schscan_scandetail_format_report"};
+  const char* actionKeys[] = {
+      "schscan_scandetail_format3", "schscan_scandetail_repairdelete_output",
+      "schscan_scandetail_format_deleted", "schscan_scandetail_format_report"};
   text += "schscan_scandetail_format2 :\n" + std::string(actionKeys[std::stoi(run.action) - 1]) +
           ".\nschscan_scandetail_format2\n";
   for (std::size_t i = 0; i < std::min<std::size_t>(run.dirs.size(), MAX_SCAN_ITEMS); ++i) {
@@ -80,7 +83,8 @@ std::string SummaryKeys(const AddRun& run) {
 Script AddWizard(const AddRun& run, bool storeAccepts = true) {
   Script s = Out("schscan_msg_addnewscan\n") +
              Question(run, "name", "\nschscan_msg_enterscanname", run.name);
-  s += Out("\nschscan_msg_scan_frequency:\n\t1. schscan_msg_dailyscan.\n\t2. schscan_msg_weeklyscan.\n") +
+  s += Out("\nschscan_msg_scan_frequency:\n\t1. schscan_msg_dailyscan.\n\t2. "
+           "schscan_msg_weeklyscan.\n") +
        Question(run, "frequency", "cli_usrInput_menuNumber", run.frequency);
   if (run.frequency == "2") s += Question(run, "weekday", "schscan_enter_weekday:", run.weekDay);
   s += Question(run, "firstboot", "\nschscan_msg_firstbootscan:", run.firstBoot);
@@ -101,9 +105,10 @@ Script AddWizard(const AddRun& run, bool storeAccepts = true) {
                : Question(run, "interval", "schscan_msg_enter_minutes_2:", run.repeatInterval);
     }
   }
-  s += Out("\nschscan_msg_scanner_option:\n") + OptionsEntry(run.options[0], run.options[1],
-                                                              run.options[2], run.options[3]);
-  s += Out("\nschscan_msg_scan_action:\n\t1. schscan_msg_repaironly.\n\t2. schscan_msg_repairdelete.\n"
+  s += Out("\nschscan_msg_scanner_option:\n") +
+       OptionsEntry(run.options[0], run.options[1], run.options[2], run.options[3]);
+  s += Out("\nschscan_msg_scan_action:\n\t1. schscan_msg_repaironly.\n\t2. "
+           "schscan_msg_repairdelete.\n"
            "\t3. schscan_msg_delete.\n\t4. schscan_msg_reportonly.\n") +
        Question(run, "action", "cli_usrInput_menuNumber", run.action);
   for (std::size_t i = 0; i < run.dirs.size(); ++i) {
@@ -114,7 +119,8 @@ Script AddWizard(const AddRun& run, bool storeAccepts = true) {
       s += Ask("schscan_confirm_addmore_item:", i + 1 < run.dirs.size() ? run.addMore : "n");
     }
   }
-  s += Out(SummaryKeys(run)) + Question(run, "confirm", "\nschscan_confirm_add_schscan:", run.confirm);
+  s += Out(SummaryKeys(run)) +
+       Question(run, "confirm", "\nschscan_confirm_add_schscan:", run.confirm);
   if (!IsYes(run.confirm)) return s + Out("schscan_msg_scanadded_failure.\n");
   return storeAccepts ? s + Out("schscan_msg_scanadded_success.\n") : s;
 }
@@ -130,26 +136,34 @@ TEST_F(AddScan, FullRunsStoreWhatWasAnswered) {
     AddRun run;
     const char* stored;
   };
-  const std::string b = MakeDir("b");
-  Case cases[] = {
+  const std::vector<std::string> ab = {MakeDir("a"), MakeDir("b")};
+  const Case cases[] = {
       {"daily, timed, once", {}, "Scan1 u0 f0 d0 b0 10:20:30 r2 p0/0/0 o1 a0 [a]"},
       {"daily, timed, every 5 hours",
-       [] { AddRun r; r.repeat = "y"; r.repeatUnit = "1"; r.repeatInterval = "5"; r.action = "3";
-            r.options = {"n", "y", "n", "y"}; return r; }(),
+       {.repeat = "y",
+        .repeatUnit = "1",
+        .repeatInterval = "5",
+        .options = {"n", "y", "n", "y"},
+        .action = "3"},
        "Scan1 u0 f0 d0 b0 10:20:30 r2 p1/5/0 o10 a2 [a]"},
       {"weekly, timed, every 90 minutes",
-       [&] { AddRun r; r.frequency = "2"; r.weekDay = "3"; r.recurrence = "4"; r.repeat = "Y";
-             r.repeatUnit = "2"; r.repeatInterval = "90"; r.action = "4"; r.dirs.push_back(b);
-             return r; }(),
+       {.frequency = "2",
+        .weekDay = "3",
+        .recurrence = "4",
+        .repeat = "Y",
+        .repeatUnit = "2",
+        .repeatInterval = "90",
+        .action = "4",
+        .dirs = ab},
        "Scan1 u0 f1 d3 b0 10:20:30 r4 p1/90/1 o1 a3 [a b]"},
-      {"daily, first boot", [] { AddRun r; r.firstBoot = "y"; r.action = "2"; return r; }(),
+      {"daily, first boot",
+       {.firstBoot = "y", .action = "2"},
        "Scan1 u0 f0 d0 b1 00:00:00 r0 p0/0/0 o1 a1 [a]"},
       {"weekly, first boot",
-       [] { AddRun r; r.frequency = "2"; r.weekDay = "7"; r.firstBoot = "yes"; return r; }(),
+       {.frequency = "2", .weekDay = "7", .firstBoot = "yes"},
        "Scan1 u0 f1 d7 b1 00:00:00 r0 p0/0/0 o1 a0 [a]"},
       {"Enter means yes everywhere",
-       [&] { AddRun r; r.firstBoot = ""; r.options = {"", "", "", ""}; r.dirs.push_back(b);
-             r.addMore = ""; r.confirm = ""; return r; }(),
+       {.firstBoot = "", .options = {"", "", "", ""}, .dirs = ab, .addMore = "", .confirm = ""},
        "Scan1 u0 f0 d0 b1 00:00:00 r0 p0/0/0 o15 a0 [a b]"},
   };
   for (const Case& c : cases) {
@@ -167,7 +181,14 @@ TEST_F(AddScan, EveryRangeRefusesItsBoundariesWithItsMessage) {
                    const std::string& message) {
     for (const std::string& a : answers) run.refused.insert({id, {a, message}});
   };
-  AddRun daily;
+  AddRun daily{.hour = "23",
+               .minute = "59",
+               .second = "59",
+               .recurrence = "90",
+               .repeat = "y",
+               .repeatUnit = "1",
+               .repeatInterval = "23",
+               .action = "4"};
   refuse(daily, "frequency", {"0", "3"}, "schscan_valid_menunumber.\n");
   refuse(daily, "frequency", {"", "-1", " 1", "+1", "1 ", "x"}, notNumber);
   refuse(daily, "firstboot", {"ye", "yess", "nope", "q"}, invalidOption);
@@ -179,32 +200,23 @@ TEST_F(AddScan, EveryRangeRefusesItsBoundariesWithItsMessage) {
   refuse(daily, "interval", {"0", "24"}, "schscan_valid_hours.\n");
   refuse(daily, "action", {"0", "5"}, "schscan_valid_menunumber.\n");
   refuse(daily, "confirm", {"x"}, invalidOption);
-  daily.hour = "23";
-  daily.minute = "59";
-  daily.second = "59";
-  daily.recurrence = "90";
-  daily.repeat = "y";
-  daily.repeatUnit = "1";
-  daily.repeatInterval = "23";
-  daily.action = "4";
   ExpectRun("schscan_str_args_add", AddWizard(daily));
   EXPECT_EQ(DescribeStored("Scan1"), "Scan1 u0 f0 d0 b0 23:59:59 r90 p1/23/0 o1 a3 [a]");
 
   harness::ResetProductDir(false);
-  AddRun weekly;
-  weekly.frequency = "2";
+  AddRun weekly{.frequency = "2",
+                .weekDay = "1",
+                .hour = "0",
+                .minute = "0",
+                .second = "0",
+                .recurrence = "15",
+                .repeat = "y",
+                .repeatUnit = "2",
+                .repeatInterval = "1439"};
   refuse(weekly, "weekday", {"0", "8"}, "schscan_valid_weekday.\n");
   refuse(weekly, "repeat", {"x"}, invalidOption);
   refuse(weekly, "recurrence", {"0", "16"}, "schscan_valid_weeks.\n");
   refuse(weekly, "interval", {"0", "1440"}, "schscan_valid_minutes.\n");
-  weekly.weekDay = "1";
-  weekly.hour = "0";
-  weekly.minute = "0";
-  weekly.second = "0";
-  weekly.recurrence = "15";
-  weekly.repeat = "y";
-  weekly.repeatUnit = "2";
-  weekly.repeatInterval = "1439";
   ExpectRun("schscan_str_args_add", AddWizard(weekly));
   EXPECT_EQ(DescribeStored("Scan1"), "Scan1 u0 f1 d1 b0 00:00:00 r15 p1/1439/1 o1 a0 [a]");
 }
@@ -222,7 +234,8 @@ TEST_F(AddScan, DirectoriesMayNeitherRepeatNorNest) {
       {"dir1", {data + "/missing /tmp", "schscan_valid_pathexist.\n"}},
   };
   ExpectRun("schscan_str_args_add", AddWizard(run));
-  EXPECT_EQ(DescribeStored("Scan1"), "Scan1 u0 f0 d0 b0 10:20:30 r2 p0/0/0 o1 a0 [data data2 data/sub2]");
+  EXPECT_EQ(DescribeStored("Scan1"),
+            "Scan1 u0 f0 d0 b0 10:20:30 r2 p0/0/0 o1 a0 [data data2 data/sub2]");
 }
 
 TEST_F(AddScan, TheHundredAndFirstDirectoryIsDropped) {
@@ -239,9 +252,7 @@ TEST_F(AddScan, TheHundredAndFirstDirectoryIsDropped) {
 }
 
 TEST_F(AddScan, DecliningStoresNothing) {
-  AddRun run;
-  run.confirm = "n";
-  ExpectRun("schscan_str_args_add", AddWizard(run));
+  ExpectRun("schscan_str_args_add", AddWizard({.confirm = "n"}));
   EXPECT_EQ(DescribeStored("Scan1"), "none");
 }
 
@@ -255,6 +266,42 @@ TEST_F(AddScan, OrdinaryUserOwnsTheScanAndNamesAreUniqueAcrossUsers) {
                  {"name", {"Scan_1", "schscan_valid_scanname_specialchar.\n"}}};
   ExpectRun("schscan_str_args_add", AddWizard(run), "", 1);
   EXPECT_EQ(DescribeStored("Scan1"), "Scan1 u1 f0 d0 b0 10:20:30 r2 p0/0/0 o1 a0 [a]");
+}
+
+TEST_F(AddScan, WithCatalogueTheSummaryShowsEveryValue) {
+  harness::ResetProductDir(true);
+  const AddRun run{.frequency = "2",
+                   .weekDay = "3",
+                   .recurrence = "4",
+                   .repeat = "y",
+                   .repeatUnit = "2",
+                   .repeatInterval = "90",
+                   .options = {"y", "n", "n", "y"},
+                   .action = "4",
+                   .dirs = {MakeDir("a"), MakeDir("b")}};
+  const auto result = RunScript("--add", AddWizard(run));
+  EXPECT_EQ(result.exitStatus, 0);
+  EXPECT_EQ(result.output.find("schscan_"), std::string::npos) << result.output;
+  const std::string summary =
+      "\nScheduled scan details :\n"
+      "Scan name                 : Scan1.\n"
+      "Scan frequency            : Weekly.\n"
+      "Day of the week           : Tuesday.\n"
+      "Scan time                 : 10:20:30.\n"
+      "The scan runs every 4 week(s).\n"
+      "The scan repeats every 90 minute(s) during the scan day.\n"
+      "Scanner options:\n"
+      "\tScan archive files.\n"
+      "\tScan packed executables.\n"
+      "Action on infected files  :  :\n"
+      "\tReport only.\n"
+      "Directory to scan         : \n"
+      "\t" +
+      run.dirs[0] + "\n\t" + run.dirs[1] +
+      "\n"
+      "\nAdd this scheduled scan (Y/n):The scheduled scan Scan1 was added.\n";
+  ASSERT_GE(result.output.size(), summary.size());
+  EXPECT_EQ(result.output.substr(result.output.size() - summary.size()), summary);
 }
 
 // The store refuses to write a task list the user may only read.

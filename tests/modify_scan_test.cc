@@ -60,22 +60,32 @@ Script NewRepeat(const std::string& answer) {
   return Ask("schscan_confirm_repeatscan_schdday:", answer);
 }
 Script OptionsShown(const std::string& lines, const std::string& answer) {
-  return Out("\nschscan_msg_scanner_option:\n" + lines) + Ask("schddmn_confirm_scanoption:", answer);
+  return Out("\nschscan_msg_scanner_option:\n" + lines) +
+         Ask("schddmn_confirm_scanoption:", answer);
 }
 Script ActionShown(const std::string& line, const std::string& answer) {
-  return Out("\nschscan_msg_scan_action:\n" + line) + Ask("schddmn_confirm_actionforvirus:", answer);
+  return Out("\nschscan_msg_scan_action:\n" + line) +
+         Ask("schddmn_confirm_actionforvirus:", answer);
 }
 Script ItemShown(const std::string& path, const std::string& answer) {
   return Out("\nschscan_str_directorytoscan : " + path + "\n") +
          Ask("schddmn_confirm_deletescanitem:", answer);
 }
-Script AddMoreDirs(const std::string& answer) { return Ask("schscan_confirm_addmore_dir:", answer); }
+Script AddMoreDirs(const std::string& answer) {
+  return Ask("schscan_confirm_addmore_dir:", answer);
+}
 const Script kModified = Out("schscan_msg_scanmodified_success.\n");
-// Options, action and directories of MakeScan, all kept.
-Script KeepTheRest() {
+// Every setting of MakeScan kept, up to the directories.
+Script KeepSchedule() {
+  return FrequencyShown(true, "n") + FirstBootShown(false, "n") + TimeShown("n") +
+         RecurrenceShown(true, "n") + RepeatShown(true, "n");
+}
+Script KeepSettings() {
   return OptionsShown("\tschscan_scandetail_archivefiles_2.\n", "n") +
-         ActionShown("\tschscan_msg_repaironly.\n", "n") + ItemShown(MakeDir("a"), "n") +
-         AddMoreDirs("n") + kModified;
+         ActionShown("\tschscan_msg_repaironly.\n", "n");
+}
+Script KeepTheRest() {
+  return KeepSettings() + ItemShown(MakeDir("a"), "n") + AddMoreDirs("n") + kModified;
 }
 
 using Change = std::function<void(tagSCHEDULE_SCAN_ENTRY&)>;
@@ -94,17 +104,22 @@ class ModifyScan : public testing::Test {
 };
 
 TEST_F(ModifyScan, StepsFollowTheChangesOfFrequencyAndFirstBoot) {
-  const auto weekly = [](tagSCHEDULE_SCAN_ENTRY& s) { s.byFrequency = FREQ_WEEKLY; s.byWeekDay = 5; s.nRecurEvery = 3; };
-  const auto boot = [](tagSCHEDULE_SCAN_ENTRY& s) { s.bFirstBootScan = 1; s.nRecurEvery = 60; };
+  const auto weekly = [](tagSCHEDULE_SCAN_ENTRY& s) {
+    s.byFrequency = FREQ_WEEKLY;
+    s.byWeekDay = 5;
+    s.nRecurEvery = 3;
+  };
+  const auto boot = [](tagSCHEDULE_SCAN_ENTRY& s) {
+    s.bFirstBootScan = 1;
+    s.nRecurEvery = 60;
+  };
   struct Case {
     const char* what;
     tagSCHEDULE_SCAN_ENTRY seed;
     Script steps;
     const char* stored;
   } cases[] = {
-      {"no to everything", Seed(),
-       FrequencyShown(true, "n") + FirstBootShown(false, "n") + TimeShown("n") +
-           RecurrenceShown(true, "n") + RepeatShown(true, "n"),
+      {"no to everything", Seed(), KeepSchedule(),
        "Scan1 u0 f0 d0 b0 10:20:30 r2 p1/3/0 o1 a0 [a]"},
       {"daily to weekly", Seed(),
        FrequencyShown(true, "y") + NewFrequency("2") + WeekDayEntry("3") +
@@ -121,9 +136,8 @@ TEST_F(ModifyScan, StepsFollowTheChangesOfFrequencyAndFirstBoot) {
            RepeatShown(true, "n"),
        "Scan1 u0 f1 d7 b0 10:20:30 r3 p1/3/0 o1 a0 [a]"},
       {"daily chosen again counts as unchanged", Seed(),
-       FrequencyShown(true, "y") + NewFrequency("1") + FirstBootShown(false, "n") +
-           TimeShown("n") + RecurrenceShown(true, "y") + NewRecurrence(true, "9") +
-           RepeatShown(true, "n"),
+       FrequencyShown(true, "y") + NewFrequency("1") + FirstBootShown(false, "n") + TimeShown("n") +
+           RecurrenceShown(true, "y") + NewRecurrence(true, "9") + RepeatShown(true, "n"),
        "Scan1 u0 f0 d0 b0 10:20:30 r9 p1/3/0 o1 a0 [a]"},
       {"first boot on keeps time, recurrence and repeat", Seed(),
        FrequencyShown(true, "n") + FirstBootShown(false, "y") + FirstBootEntry("y"),
@@ -136,7 +150,10 @@ TEST_F(ModifyScan, StepsFollowTheChangesOfFrequencyAndFirstBoot) {
        FrequencyShown(true, "y") + NewFrequency("2") + WeekDayEntry("1") +
            FirstBootShown(true, "n"),
        "Scan1 u0 f1 d1 b1 10:20:30 r60 p1/3/0 o1 a0 [a]"},
-      {"weekly first boot to daily timed", Seed([&](auto& s) { weekly(s); boot(s); }),
+      {"weekly first boot to daily timed", Seed([&](auto& s) {
+         weekly(s);
+         boot(s);
+       }),
        FrequencyShown(false, "y") + NewFrequency("1") + FirstBootShown(true, "y") +
            FirstBootEntry("n") + NewTime("23", "59", "59") + NewRecurrence(true, "90") +
            RepeatShown(true, "n"),
@@ -184,13 +201,14 @@ TEST_F(ModifyScan, RangesAndAnswersAreCheckedWithTheModifyMessages) {
   const std::string notNumber = "schscan_valid_number_int.\n";
   ExpectRun(
       kModify,
-      Name("Scan1") + Reject("\nScheduled scan frequency: schscan_str_daily.\nschscan_confirm_scanfrequency:", "x", invalid) +
+      Name("Scan1") +
+          Reject("\nScheduled scan frequency: schscan_str_daily.\nschscan_confirm_scanfrequency:",
+                 "x", invalid) +
           Ask("schscan_confirm_scanfrequency:", "") + NewFrequency("2") +
           Reject("schscan_enter_weekday:", "0", "schscan_valid_weekdays.\n") +
-          Reject("schscan_enter_weekday:", "8", "schscan_valid_weekdays.\n") +
-          WeekDayEntry("2") + FirstBootShown(false, "") +
-          Reject("\nschscan_msg_firstbootscan:", "maybe", invalid) + FirstBootEntry("no") +
-          TimeShown("yes") + Out("\nschscan_msg_enterscantime:\n") +
+          Reject("schscan_enter_weekday:", "8", "schscan_valid_weekdays.\n") + WeekDayEntry("2") +
+          FirstBootShown(false, "") + Reject("\nschscan_msg_firstbootscan:", "maybe", invalid) +
+          FirstBootEntry("no") + TimeShown("yes") + Out("\nschscan_msg_enterscantime:\n") +
           Reject("schscan_msg_enterhours:", "24", "schscan_valid_hourtime.\n") +
           Ask("schscan_msg_enterhours:", "0") +
           Reject("schscan_msg_enter_minutes:", "60", "Please enter valid time (minutes).\n") +
@@ -207,8 +225,8 @@ TEST_F(ModifyScan, RangesAndAnswersAreCheckedWithTheModifyMessages) {
           Reject("Enter repeat time in hours (1-23):", "0", "Please enter hours between 1-23.\n") +
           Reject("Enter repeat time in hours (1-23):", "24", "Please enter hours between 1-23.\n") +
           Ask("Enter repeat time in hours (1-23):", "23") +
-          OptionsShown("\tschscan_scandetail_archivefiles_2.\n", "") + OptionsEntry("n", "", "Y", "") +
-          ActionShown("\tschscan_msg_repaironly.\n", "") +
+          OptionsShown("\tschscan_scandetail_archivefiles_2.\n", "") +
+          OptionsEntry("n", "", "Y", "") + ActionShown("\tschscan_msg_repaironly.\n", "") +
           Reject(ActionEntry("5").output, "0", "schscan_valid_menunumber.\n") +
           Ask("cli_usrInput_menuNumber", "3") + ItemShown(MakeDir("a"), "n") + AddMoreDirs("n") +
           kModified);
@@ -218,10 +236,7 @@ TEST_F(ModifyScan, RangesAndAnswersAreCheckedWithTheModifyMessages) {
 TEST_F(ModifyScan, DirectoriesAreRemovedInPlaceAndTheListNeverEndsEmpty) {
   const std::string a = MakeDir("a"), b = MakeDir("b"), c = MakeDir("c");
   StoreScan(Seed([&](auto& s) { SetDirectories(s, {a, b, c}); }));
-  const Script head = Name("Scan1") + FrequencyShown(true, "n") + FirstBootShown(false, "n") +
-                      TimeShown("n") + RecurrenceShown(true, "n") + RepeatShown(true, "n") +
-                      OptionsShown("\tschscan_scandetail_archivefiles_2.\n", "n") +
-                      ActionShown("\tschscan_msg_repaironly.\n", "n");
+  const Script head = Name("Scan1") + KeepSchedule() + KeepSettings();
   ExpectRun(kModify, head + ItemShown(a, "y") + ItemShown(b, "") + ItemShown(c, "n") +
                          AddMoreDirs("n") + kModified);
   EXPECT_EQ(DescribeStored("Scan1"), "Scan1 u0 f0 d0 b0 10:20:30 r2 p1/3/0 o1 a0 [c]");
@@ -237,10 +252,7 @@ TEST_F(ModifyScan, AFullListRefusesOneMoreDirectory) {
   for (int i = 0; i < 100; ++i) dirs.push_back(MakeDir("n" + std::to_string(1000 + i)));
   StoreScan(Seed([&](auto& s) { SetDirectories(s, dirs); }));
   const std::string before = DescribeStored("Scan1");
-  Script steps = Name("Scan1") + FrequencyShown(true, "n") + FirstBootShown(false, "n") +
-                 TimeShown("n") + RecurrenceShown(true, "n") + RepeatShown(true, "n") +
-                 OptionsShown("\tschscan_scandetail_archivefiles_2.\n", "n") +
-                 ActionShown("\tschscan_msg_repaironly.\n", "n");
+  Script steps = Name("Scan1") + KeepSchedule() + KeepSettings();
   for (const std::string& dir : dirs) steps += ItemShown(dir, "n");
   steps += AddMoreDirs("y") + Ask("\nschscan_msg_enter_dir:", MakeDir("extra")) +
            PressKeyAfterLimit() + kModified;
@@ -256,7 +268,8 @@ TEST_F(ModifyScan, OnlyRootChangesAnotherUsersScan) {
   ExpectRun(kModify,
             Out("schscan_msg_modify_existingscan:\n") +
                 Reject("\nschscan_msg_enterscanname", "Root", "schscan_msg_scanname_exist.\n") +
-                Reject("\nschscan_msg_enterscanname", "Nothing", "schscan_valid_scanname_specialchar.\n") +
+                Reject("\nschscan_msg_enterscanname", "Nothing",
+                       "schscan_valid_scanname_specialchar.\n") +
                 Out("\nschscan_msg_enterscanname"),
             "\n", 1);
   EXPECT_EQ(DumpStore(), before);
@@ -271,13 +284,29 @@ TEST_F(ModifyScan, StoreRefusalIsReportedByTheDispatcher) {
   ASSERT_EQ(chmod(kTaskListPath, 0644), 0);
   const std::string before = DumpStore();
   ExpectRun(kModify,
-            Name("Scan1") + FrequencyShown(true, "n") + FirstBootShown(false, "n") +
-                TimeShown("n") + RecurrenceShown(true, "n") + RepeatShown(true, "n") +
-                OptionsShown("\tschscan_scandetail_archivefiles_2.\n", "n") +
-                ActionShown("\tschscan_msg_repaironly.\n", "n") + ItemShown(MakeDir("a"), "n") +
+            Name("Scan1") + KeepSchedule() + KeepSettings() + ItemShown(MakeDir("a"), "n") +
                 AddMoreDirs("n"),
             "\nschscan_msg_scanoperation_fail.\n", 1);
   EXPECT_EQ(DumpStore(), before);
+}
+
+TEST_F(ModifyScan, WithCatalogueInEnglish) {
+  harness::ResetProductDir(true);
+  StoreScan(Seed());
+  const Script steps = Name("Scan1") + FrequencyShown(true, "y") + NewFrequency("2") +
+                       WeekDayEntry("3") + FirstBootShown(false, "n") + TimeShown("n") +
+                       NewRecurrence(false, "4") + RepeatShown(true, "n") + KeepTheRest();
+  const auto run = RunScript("--modify", steps);
+  EXPECT_EQ(run.exitStatus, 0);
+  EXPECT_EQ(run.output.find("schscan_"), std::string::npos) << run.output;
+  for (const char* line :
+       {"\nScan frequency: Daily.\nChange the scan frequency (Y/n):",
+        "\nScan time: 10:20:30.\nChange the scan time (Y/n):",
+        "\nThe scan repeats every 3 hour(s) during the scan day.\n", "\tScan archive files.\n",
+        "\tRepair only.\n", "(Y/n):The scheduled scan Scan1 was modified.\n"}) {
+    EXPECT_NE(run.output.find(line), std::string::npos) << line;
+  }
+  EXPECT_EQ(DescribeStored("Scan1"), "Scan1 u0 f1 d3 b0 10:20:30 r4 p1/3/0 o1 a0 [a]");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
@@ -28,9 +29,7 @@ Script& operator+=(Script& a, const Script& b) {
   return a;
 }
 Script Out(const std::string& text) { return {text, ""}; }
-Script Ask(const std::string& prompt, const std::string& answer) {
-  return {prompt, answer + "\n"};
-}
+Script Ask(const std::string& prompt, const std::string& answer) { return {prompt, answer + "\n"}; }
 Script Reject(const std::string& prompt, const std::string& answer, const std::string& message) {
   return {prompt + message, answer + "\n"};
 }
@@ -64,7 +63,7 @@ std::string MakeDir(const std::string& name) {
 tagSCHEDULE_SCAN_ENTRY MakeScan(const std::string& name, std::uint32_t owner) {
   tagSCHEDULE_SCAN_ENTRY scan;
   PrepareNewScheduleScanEntry(&scan);
-  std::strncpy(scan.szScanName, name.c_str(), SCAN_NAME_SIZE - 1);
+  std::memcpy(scan.szScanName, name.data(), std::min(name.size(), SCAN_NAME_SIZE - 1));
   scan.dwUserId = owner;
   scan.nHour = 10;
   scan.nMinute = 20;
@@ -108,7 +107,7 @@ void SetStoredColumn(const std::string& name, const char* column, int value) {
 std::optional<tagSCHEDULE_SCAN_ENTRY> FetchScan(const std::string& name) {
   tagSCHEDULE_SCAN_ENTRY scan;
   PrepareNewScheduleScanEntry(&scan);
-  std::strncpy(scan.szScanName, name.c_str(), SCAN_NAME_SIZE - 1);
+  std::memcpy(scan.szScanName, name.data(), std::min(name.size(), SCAN_NAME_SIZE - 1));
   std::uint32_t code = 0;
   if (!GetScheduleScanTaskDetails(kTaskListPath, &scan, 0, &code)) return std::nullopt;
   return scan;
@@ -116,8 +115,7 @@ std::optional<tagSCHEDULE_SCAN_ENTRY> FetchScan(const std::string& name) {
 
 std::string Describe(const tagSCHEDULE_SCAN_ENTRY& scan) {
   char fields[256];
-  std::snprintf(fields, sizeof fields,
-                " u%u f%d d%d b%d %02d:%02d:%02d r%d p%d/%d/%d o%d a%d [",
+  std::snprintf(fields, sizeof fields, " u%u f%d d%d b%d %02d:%02d:%02d r%d p%d/%d/%d o%d a%d [",
                 static_cast<unsigned>(scan.dwUserId), scan.byFrequency, scan.byWeekDay,
                 scan.bFirstBootScan, scan.nHour, scan.nMinute, scan.nSecond, scan.nRecurEvery,
                 scan.bRepeatScan, scan.nRepeatInterval, scan.byRepeatUnit, scan.byScanOptions,
@@ -166,8 +164,8 @@ Script TimeEntry(const char* lead, const std::string& hour, const std::string& m
          Ask("schscan_msg_enter_seconds:", second);
 }
 
-Script OptionsEntry(const std::string& archive, const std::string& spyware,
-                    const std::string& dump, const std::string& packed) {
+Script OptionsEntry(const std::string& archive, const std::string& spyware, const std::string& dump,
+                    const std::string& packed) {
   return Ask("schscan_msg_scan_archive:", archive) + Ask("schscan_msg_scan_spyware:", spyware) +
          Ask("schscan_msg_scan_dump:", dump) + Ask("schscan_msg_scan_packed:", packed);
 }

@@ -64,8 +64,8 @@ Script WeekDayEntry(const std::string& day);
 Script FirstBootEntry(const std::string& answer);
 Script TimeEntry(const char* lead, const std::string& hour, const std::string& minute,
                  const std::string& second);
-Script OptionsEntry(const std::string& archive, const std::string& spyware,
-                    const std::string& dump, const std::string& packed);
+Script OptionsEntry(const std::string& archive, const std::string& spyware, const std::string& dump,
+                    const std::string& packed);
 Script ActionEntry(const std::string& choice);
 Script DirEntry(const std::string& path, const std::string& more);
 Script PressKeyAfterLimit();  // the refused 101st directory

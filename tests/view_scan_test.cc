@@ -13,7 +13,8 @@ using namespace scantest;
 
 constexpr const char* kView = "schscan_str_args_view";
 const std::string kRootHeader =
-    "schscan_msg_schedulescans:\nschscan_scanld_format  schscan_str_username  schscan_str_frequency\n";
+    "schscan_msg_schedulescans:\nschscan_scanld_format  schscan_str_username  "
+    "schscan_str_frequency\n";
 const std::string kUserHeader =
     "schscan_msg_schedulescans:\nschscan_scanld_format  schscan_str_frequency\n";
 const Script kNoDetails = Ask("\nschscan_confirm_scandetail_view:", "n");
@@ -89,26 +90,26 @@ TEST_F(ViewScan, DetailViewOfEachKindOfScan) {
        "\nschscan_scandetail_format1.\nschscan_scandetail_format2schscan_str_daily.\n"
        "schscan_scandetail_format_time.\nschscan_msg_scanrecurring_days.\n"
        "schscan_msg_repeatscan_on.\nschscan_scandetail_format2\nschscan_msg_scanarchive.\n"
-       "schscan_scandetail_format2\nschscan_scandetail_format3.\n" + tail +
-       "schscan_scandetail_format4\n"},
+       "schscan_scandetail_format2\nschscan_scandetail_format3.\n" +
+           tail + "schscan_scandetail_format4\n"},
       {"2",
        "\nschscan_scandetail_format1.\nschscan_scandetail_format2schscan_str_weekly.\n"
        "schscan_scandetail_format1.\nschscan_scandetail_format_time.\n"
        "schscan_msg_scanrecurring_week.\nschscan_scandetail_format2\n"
-       "schscan_scandetail_format2\nschscan_scandetail_repairdelete_output.\n" + tail +
-       "schscan_scandetail_format4\n"},
+       "schscan_scandetail_format2\nschscan_scandetail_repairdelete_output.\n" +
+           tail + "schscan_scandetail_format4\n"},
       {"3",
        "\nschscan_scandetail_format1.\nschscan_scandetail_format2schscan_str_daily.\n"
        "schscan_str_enable.\nschscan_scandetail_format2\nschscan_msg_scanarchive.\n"
-       "schscan_scandetail_format2\nschscan_scandetail_format_deleted.\n" + tail +
-       "schscan_scandetail_format4\n"},
+       "schscan_scandetail_format2\nschscan_scandetail_format_deleted.\n" +
+           tail + "schscan_scandetail_format4\n"},
       {"4",
        "\nschscan_scandetail_format1.\nschscan_scandetail_format2schscan_str_weekly.\n"
        "schscan_scandetail_format1.\nschscan_str_enable.\nschscan_scandetail_format2\n"
        "schscan_msg_scanarchive.\nschscan_scandetail_spyware.\nschscan_scandetal_dump.\n"
        "schscan_msg_scanpacked.\nschscan_scandetail_format2\n"
-       "schscan_scandetail_format_report.\n" + tail +
-       "schscan_scandetail_format4\nschscan_scandetail_format4\n"},
+       "schscan_scandetail_format_report.\n" +
+           tail + "schscan_scandetail_format4\nschscan_scandetail_format4\n"},
   };
   const std::string prompt = "\nschscan_msg_enteridtoviewdetail:";
   for (const Case& c : cases) {
@@ -118,8 +119,8 @@ TEST_F(ViewScan, DetailViewOfEachKindOfScan) {
                          Reject(prompt, "5", "schscan_valid_scannumber.\n") +
                          Reject(prompt, "-1", "schscan_valid_number_int.\n") +
                          Reject(prompt, " 1", "schscan_valid_number_int.\n") +
-                         Reject(prompt, "", "schscan_valid_number_int.\n") +
-                         Ask(prompt, c.number) + Out(c.details));
+                         Reject(prompt, "", "schscan_valid_number_int.\n") + Ask(prompt, c.number) +
+                         Out(c.details));
   }
 }
 
@@ -140,8 +141,7 @@ TEST_F(ViewScan, OddStoredValuesAreNeverUsedAsWords) {
       "schscan_str_unknown.\n"
       "schscan_scheduletask_formatschscan_scheduletask_format3schscan_scheduletask_format4"
       "schscan_str_weeklyon.\n";
-  const std::string rest =
-      "schscan_scandetail_format_time.\n";
+  const std::string rest = "schscan_scandetail_format_time.\n";
   const std::string options =
       "schscan_msg_repeatscan_on.\nschscan_scandetail_format2\nschscan_msg_scanarchive.\n"
       "schscan_scandetail_format2\nschscan_scandetail_format3.\nschscan_scandetail_format2\n"
@@ -151,8 +151,8 @@ TEST_F(ViewScan, OddStoredValuesAreNeverUsedAsWords) {
                        Out("\nschscan_scandetail_format1.\n" + rest + options));
   ExpectRun(kView, ask + Ask("\nschscan_msg_enteridtoviewdetail:", "2") +
                        Out("\nschscan_scandetail_format1.\nschscan_scandetail_format2"
-                           "schscan_str_weekly.\n" + rest +
-                           "schscan_msg_scanrecurring_week.\n" + options));
+                           "schscan_str_weekly.\n" +
+                           rest + "schscan_msg_scanrecurring_week.\n" + options));
 
   harness::ResetProductDir(true);
   StoreScan(MakeScan("OddFrequency", 0));
@@ -160,9 +160,10 @@ TEST_F(ViewScan, OddStoredValuesAreNeverUsedAsWords) {
   StoreScan(weekly);
   SetStoredColumn("OddDay", "week_day", 9);
   const auto run = RunScript("--view", Ask("", "n"));
-  EXPECT_NE(run.output.find("\n1    OddFrequency     10:20:30    root             unknown.\n"
-                            "2    OddDay           10:20:30    root             Weekly on unknown.\n"),
-            std::string::npos)
+  EXPECT_NE(
+      run.output.find("\n1    OddFrequency     10:20:30    root             unknown.\n"
+                      "2    OddDay           10:20:30    root             Weekly on unknown.\n"),
+      std::string::npos)
       << run.output;
 }
 
@@ -203,7 +204,8 @@ TEST_F(ViewScan, WithCatalogueEveryValueShowsInEnglish) {
             "Action on infected files  : \n"
             "\tRepair, and delete what cannot be repaired.\n"
             "Directories to scan       : \n"
-            "\t" + MakeDir("a") + "\n");
+            "\t" +
+                MakeDir("a") + "\n");
 }
 
 }  // namespace
