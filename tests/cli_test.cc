@@ -73,4 +73,33 @@ TEST(Dispatch, WithCatalogueSpeaksEnglishWhateverTheEnvironment) {
   }
 }
 
+// Ctrl-C and the end of input at a prompt end the command with the line
+// break and exit status 0, all earlier output intact and in order.
+TEST(Dispatch, InterruptAndEndOfInputAtAPrompt) {
+  struct Case {
+    bool withCatalogue;
+    const char* word;
+    const char* prompt;
+  } cases[] = {
+      {false, "schscan_str_args_delete",
+       "schscan_msg_delete_schscan:\nschscan_msg_enterscanname"},
+      {true, "--delete", "Delete a scheduled scan:\nEnter the scheduled scan name"},
+  };
+  for (const Case& c : cases) {
+    harness::ResetProductDir(c.withCatalogue);
+    harness::RunOptions options;
+    options.args = {c.word};
+    options.interruptAfter = c.prompt;
+    const auto interrupted = RunTool(options);
+    const auto ended = RunTool({c.word});
+    for (const auto& run : {interrupted, ended}) {
+      EXPECT_EQ(run.exitStatus, 0) << c.word;
+      ASSERT_GE(run.output.size(), std::string(c.prompt).size() + 1) << c.word;
+      EXPECT_EQ(run.output.substr(run.output.size() - std::string(c.prompt).size() - 1),
+                std::string(c.prompt) + "\n")
+          << c.word;
+    }
+  }
+}
+
 }  // namespace
