@@ -62,8 +62,7 @@ void PrintFrequencyColumn(const tagSCHEDULE_SCAN_ENTRY& entry) {
   PrintLiteral(".\n");
 }
 
-}  // namespace
-
+// One row: number, name, start time, the owner when `withOwner`, frequency.
 void PrintScanTableRow(std::size_t index, const tagSCHEDULE_SCAN_ENTRY& entry, bool withOwner) {
   const int number = static_cast<int>(index + 1);
   if (strnlen(entry.szScanName, SCAN_NAME_SIZE) <= kColumnWidth) {
@@ -82,6 +81,8 @@ void PrintScanTableRow(std::size_t index, const tagSCHEDULE_SCAN_ENTRY& entry, b
   }
   PrintFrequencyColumn(entry);
 }
+
+}  // namespace
 
 bool ViewScheduledScans(std::uint32_t* resultCode) {
   if (resultCode == nullptr) return false;
