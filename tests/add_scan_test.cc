@@ -284,18 +284,18 @@ TEST_F(AddScan, WithCatalogueTheSummaryShowsEveryValue) {
   EXPECT_EQ(result.output.find("schscan_"), std::string::npos) << result.output;
   const std::string summary =
       "\nScheduled scan details :\n"
-      "Scan name                 : Scan1.\n"
-      "Scan frequency            : Weekly.\n"
-      "Day of the week           : Tuesday.\n"
-      "Scan time                 : 10:20:30.\n"
+      "Scan name                 Scan1.\n"
+      "Scan frequency            Weekly.\n"
+      "Day of the week           Tuesday.\n"
+      "Scan time                 10:20:30.\n"
       "The scan runs every 4 week(s).\n"
       "The scan repeats every 90 minute(s) during the scan day.\n"
-      "Scanner options:\n"
+      "Scanner options           :\n"
       "\tScan archive files.\n"
       "\tScan packed executables.\n"
-      "Action on infected files  :  :\n"
+      "Action on infected files   :\n"
       "\tReport only.\n"
-      "Directory to scan         : \n"
+      "Directory to scan         \n"
       "\t" +
       run.dirs[0] + "\n\t" + run.dirs[1] +
       "\n"

@@ -83,7 +83,7 @@ TEST(Dispatch, InterruptAndEndOfInputAtAPrompt) {
   } cases[] = {
       {false, "schscan_str_args_delete",
        "schscan_msg_delete_schscan:\nschscan_msg_enterscanname"},
-      {true, "--delete", "Delete a scheduled scan:\nEnter the scheduled scan name"},
+      {true, "--delete", "Delete a scheduled scan:\nEnter the scheduled scan name: "},
   };
   for (const Case& c : cases) {
     harness::ResetProductDir(c.withCatalogue);

@@ -56,9 +56,9 @@ TEST_F(DeleteScan, WithCatalogueInEnglish) {
   EXPECT_EQ(run.exitStatus, 0);
   const std::string tail =
       "Delete a scheduled scan:\n"
-      "Enter the scheduled scan nameInvalid scheduled scan name (use only the letters A-Z, "
+      "Enter the scheduled scan name: Invalid scheduled scan name (use only the letters A-Z, "
       "a-z and the digits 0-9).\n"
-      "Enter the scheduled scan nameThe scheduled scan was deleted.\n";
+      "Enter the scheduled scan name: The scheduled scan was deleted.\n";
   EXPECT_EQ(run.output.substr(run.output.size() - std::min(run.output.size(), tail.size())), tail);
   EXPECT_EQ(run.output.find("schscan_"), std::string::npos);
   EXPECT_EQ(DumpStore(), "");

@@ -195,15 +195,15 @@ TEST_F(ViewScan, WithCatalogueEveryValueShowsInEnglish) {
             "4    BootWeekly       First boot  daemon           Weekly on Saturday.\n"
             "\nView the details of a scheduled scan (Y/n):"
             "\nEnter the number of the scheduled scan:\n"
-            "Scan name                 : Weekly16charName.\n"
-            "Scan frequency            : Weekly.\n"
-            "Day of the week           : Monday.\n"
-            "Scan time                 : 10:20:30.\n"
+            "Scan name                 Weekly16charName.\n"
+            "Scan frequency            Weekly.\n"
+            "Day of the week           Monday.\n"
+            "Scan time                 10:20:30.\n"
             "The scan runs every 2 week(s).\n"
-            "Scanner options           : \n"
-            "Action on infected files  : \n"
+            "Scanner options           \n"
+            "Action on infected files  \n"
             "\tRepair, and delete what cannot be repaired.\n"
-            "Directories to scan       : \n"
+            "Directories to scan       \n"
             "\t" +
                 MakeDir("a") + "\n");
 }
