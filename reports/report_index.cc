@@ -37,6 +37,11 @@ class FileDescriptor {
   }
   int get() const { return fd_; }
   bool valid() const { return fd_ >= 0; }
+  int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
 
  private:
   int fd_;
@@ -255,8 +260,11 @@ int LockReportIndex(int fileDescriptor) { return SetWholeFileLock(fileDescriptor
 
 int UnlockReportIndex(int fileDescriptor) { return SetWholeFileLock(fileDescriptor, F_UNLCK); }
 
-bool ReadReportIndexAt(const char* indexPath, ReportList& reportList, std::uint32_t ownerFilter,
-                       std::uint32_t* resultCode) {
+ReportIndexReader::~ReportIndexReader() {
+  if (fd_ >= 0) close(fd_);
+}
+
+bool ReportIndexReader::Open(const char* indexPath, std::uint32_t* resultCode) {
   *resultCode = SCHSCAN_OK;
   if (access(indexPath, F_OK) != 0) {
     *resultCode = SCHSCAN_ERR_LIST_NOT_FOUND;
@@ -277,23 +285,48 @@ bool ReadReportIndexAt(const char* indexPath, ReportList& reportList, std::uint3
     *resultCode = SCHSCAN_ERR_LIST_READ;
     return false;
   }
+  struct stat status {};
+  if (fstat(index.get(), &status) == 0 && status.st_size > off_t{REPORT_ENTRIES_OFFSET}) {
+    entriesAtOpen_ = static_cast<std::uint64_t>(status.st_size - off_t{REPORT_ENTRIES_OFFSET}) /
+                     REPORT_ENTRY_SIZE;
+  }
+  if (fd_ >= 0) close(fd_);
+  fd_ = index.release();
+  return true;
+}
+
+void ReportIndexReader::ForEach(std::uint32_t ownerFilter, const TakeEntry& take) {
+  off_t offset = REPORT_ENTRIES_OFFSET;
+  std::uint64_t number = 0;
+  // A read error ends the entries where they stand, as the end of file does.
+  ForEachEntry(fd_, &offset, [&](const tagSCAN_REPORT_ENTRY& entry) {
+    if (ownerFilter == 0 || entry.dwUserId == ownerFilter) take(entry, number);
+    ++number;
+  });
+}
+
+bool ReportIndexReader::ReadAgain(std::uint64_t number, tagSCAN_REPORT_ENTRY* entry) const {
+  const off_t offset = REPORT_ENTRIES_OFFSET + static_cast<off_t>(number * REPORT_ENTRY_SIZE);
+  return ReadFully(fd_, entry, sizeof *entry, offset) == static_cast<ssize_t>(sizeof *entry);
+}
+
+bool ReadReportIndexAt(const char* indexPath, ReportList& reportList, std::uint32_t ownerFilter,
+                       std::uint32_t* resultCode) {
+  ReportIndexReader reader;
+  if (!reader.Open(indexPath, resultCode)) return false;
   const std::size_t sizeBefore = reportList.size();
   try {
-    struct stat status {};
-    if (fstat(index.get(), &status) == 0 && status.st_size > off_t{REPORT_ENTRIES_OFFSET}) {
-      const auto entries = static_cast<std::size_t>(status.st_size - off_t{REPORT_ENTRIES_OFFSET}) /
-                           REPORT_ENTRY_SIZE;
-      reportList.reserve(sizeBefore + std::min(entries, kMaxReservedEntries));
-    }
-    off_t offset = REPORT_ENTRIES_OFFSET;
-    if (ForEachEntry(index.get(), &offset, [&](const tagSCAN_REPORT_ENTRY& entry) {
-          if (ownerFilter == 0 || entry.dwUserId == ownerFilter) reportList.push_back(entry);
-        }))
-      return true;
+    reportList.reserve(sizeBefore + std::min<std::uint64_t>(reader.EntriesAtOpen(),
+                                                            kMaxReservedEntries));
+    reader.ForEach(ownerFilter, [&](const tagSCAN_REPORT_ENTRY& entry, std::uint64_t) {
+      reportList.push_back(entry);
+    });
+    return true;
   } catch (const std::bad_alloc&) {
     // An index too large to hold is reported like an unreadable one.
   }
   reportList.resize(sizeBefore);
+  reportList.shrink_to_fit();
   *resultCode = SCHSCAN_ERR_LIST_READ;
   return false;
 }

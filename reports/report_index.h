@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <vector>
 
 inline constexpr std::size_t REPORT_HEADER_OFFSET = 8;
@@ -69,7 +70,8 @@ using ReportEntryRefs = std::vector<const tagSCAN_REPORT_ENTRY*>;
 // Appends to `reportList`, in file order, every whole entry of the product's
 // index whose owner is `ownerFilter` (0: every entry). False with 1001 when
 // the index does not exist, 1002 when it cannot be opened, 1004 when it cannot
-// be positioned, 1005 when its header is short or reading fails part-way.
+// be positioned, 1005 when its header is short or the list cannot be held. A
+// read error part-way ends the list where it stands, like the end of file.
 bool ReadReportIndex(ReportList& reportList, std::uint32_t ownerFilter,
                      std::uint32_t* resultCode);
 
@@ -92,6 +94,36 @@ bool WriteReportIndexAt(const char* indexPath, const ReportList& reportList,
                         std::uint32_t* resultCode);
 bool WriteReportIndexWithoutAt(const char* indexPath, const ReportEntryRefs& deletedEntries,
                                std::uint32_t* resultCode);
+
+// One read of an index, for a caller that streams the entries instead of
+// holding them all: each whole entry is handed out in file order with its
+// number in the file (0 for the first), and can be read again by that number
+// for as long as the reader lives, since the open file keeps its entries
+// whatever rewrite renames a new index in meanwhile.
+class ReportIndexReader {
+ public:
+  ReportIndexReader() = default;
+  ReportIndexReader(const ReportIndexReader&) = delete;
+  ReportIndexReader& operator=(const ReportIndexReader&) = delete;
+  ~ReportIndexReader();
+
+  // Opens the index and reads past its header; false with the result codes
+  // of ReadReportIndex.
+  bool Open(const char* indexPath, std::uint32_t* resultCode);
+  // Calls `take` for each whole entry whose owner is `ownerFilter` (0: every
+  // entry), up to the end of the file or a read error.
+  using TakeEntry = std::function<void(const tagSCAN_REPORT_ENTRY& entry, std::uint64_t number)>;
+  void ForEach(std::uint32_t ownerFilter, const TakeEntry& take);
+  // Reads entry `number` of the opened file again; false if it is not whole
+  // there any more (someone shortened the file).
+  bool ReadAgain(std::uint64_t number, tagSCAN_REPORT_ENTRY* entry) const;
+  // The number of whole entries the file held when it was opened.
+  std::uint64_t EntriesAtOpen() const { return entriesAtOpen_; }
+
+ private:
+  int fd_ = -1;
+  std::uint64_t entriesAtOpen_ = 0;
+};
 
 // The whole-file write lock of a rewrite: waits until granted. Returns the
 // result of the lock call (0 or -1); a descriptor that is not positive is

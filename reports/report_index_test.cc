@@ -168,6 +168,26 @@ TEST_F(ReportIndexTest, RewriteWithoutDropsExactlyTheDeletedCopies) {
   EXPECT_EQ(Bytes().substr(8, 11), Le32(3) + std::string(7, '\0'));
 }
 
+TEST_F(ReportIndexTest, StreamingReaderReadsItsOwnFileAgainAfterARewrite) {
+  Append("a", 1);
+  Append("b", 2);
+  Append("c", 1);
+  ReportIndexReader reader;
+  std::uint32_t code = 99;
+  ASSERT_TRUE(reader.Open(Index(), &code));
+  EXPECT_EQ(reader.EntriesAtOpen(), 3u);
+  std::vector<std::uint64_t> numbers;
+  reader.ForEach(1, [&](const tagSCAN_REPORT_ENTRY&, std::uint64_t number) {
+    numbers.push_back(number);
+  });
+  EXPECT_EQ(numbers, (std::vector<std::uint64_t>{0, 2}));
+  ASSERT_TRUE(WriteReportIndexAt(Index(), {}, &code));  // a new file is renamed in
+  tagSCAN_REPORT_ENTRY entry{};
+  ASSERT_TRUE(reader.ReadAgain(2, &entry));
+  EXPECT_STREQ(entry.szScanName, "c");
+  EXPECT_FALSE(reader.ReadAgain(3, &entry));
+}
+
 // Runs `work` in a child process; returns its pid.
 template <typename Work>
 pid_t Spawn(Work work) {

@@ -2,9 +2,12 @@
 
 #include <unistd.h>
 
+#include <vector>
+
 #include "cli/console_input.h"
 #include "cli/message_catalogue.h"
 #include "cli/message_print.h"
+#include "product_paths.h"
 #include "reports/report_index.h"
 #include "reports/report_pager.h"
 #include "taskstore/result_codes.h"
@@ -18,27 +21,40 @@ void PrintSeparator() {
   PrintFormat0("-----------------------------------------------------------------------\n");
 }
 
-void PrintReportTable(const ReportList& reports) {
+void PrintTableHead() {
   PrintSeparator();
   PrintFormatSS("schscan_viewreport_format_datetime", GetMessageText("schscan_str_reportno"),
                 GetMessageText("schscan_msg_schedulescan"));
   PrintLiteral("\n");
   PrintSeparator();
-  int number = 0;
-  for (const tagSCAN_REPORT_ENTRY& entry : reports) {
-    const FieldText scanName(entry.szScanName);
-    const FieldText dateTime(entry.szDateTime);
-    ++number;
-    if (scanName.size() <= kShortScanName) {
-      PrintFormatDSS("schscan_viewreport_format_tasktime", number, scanName.c_str(),
-                     dateTime.c_str());
-    } else {
-      PrintFormatDSS("schscan_viewreport_format_tasktime2", number, scanName.c_str(),
-                     dateTime.c_str());
-    }
-    PrintLiteral("\n");
+}
+
+void PrintRow(int number, const tagSCAN_REPORT_ENTRY& entry) {
+  const FieldText scanName(entry.szScanName);
+  const FieldText dateTime(entry.szDateTime);
+  if (scanName.size() <= kShortScanName) {
+    PrintFormatDSS("schscan_viewreport_format_tasktime", number, scanName.c_str(),
+                   dateTime.c_str());
+  } else {
+    PrintFormatDSS("schscan_viewreport_format_tasktime2", number, scanName.c_str(),
+                   dateTime.c_str());
   }
-  PrintSeparator();
+  PrintLiteral("\n");
+}
+
+// Prints the table of the caller's reports as the index is read, a row per
+// entry, and returns the entry number in the file of each row. Only these
+// numbers are kept, not the entries: a long index is listed at the pace of
+// reading it, in little memory.
+std::vector<std::uint64_t> ListReports(ReportIndexReader& index, std::uint32_t caller) {
+  std::vector<std::uint64_t> rows;
+  index.ForEach(caller, [&rows](const tagSCAN_REPORT_ENTRY& entry, std::uint64_t number) {
+    if (rows.empty()) PrintTableHead();
+    rows.push_back(number);
+    PrintRow(static_cast<int>(rows.size()), entry);
+  });
+  if (!rows.empty()) PrintSeparator();
+  return rows;
 }
 
 // Asks until the answer is yes or no.
@@ -77,18 +93,21 @@ std::size_t ReadReportNumber(std::size_t rows) {
 bool ViewScanReports(std::uint32_t* resultCode) {
   if (resultCode == nullptr) return false;
   *resultCode = SCHSCAN_OK;
-  ReportList reports;
-  if (!ReadReportIndex(reports, getuid(), resultCode)) return false;
-  if (reports.empty()) {
+  ReportIndexReader index;
+  if (!index.Open(kReportIndexPath, resultCode)) return false;
+  const std::vector<std::uint64_t> rows = ListReports(index, getuid());
+  if (rows.empty()) {
     PrintMessageLine("schscan_msg_noreportstoview");
     return true;
   }
-  PrintReportTable(reports);
   if (!WantsToViewAReport()) return true;
-  const std::size_t number = ReadReportNumber(reports.size());
-  // Any path is shown, however long or strange: it reaches the pager as one
-  // argument, never through a shell.
-  const FieldText reportPath(reports[number - 1].szReportPath);
-  ShowReportInPager(reportPath.c_str());
+  const std::size_t number = ReadReportNumber(rows.size());
+  // The chosen row's entry, from the same open file as the table. Any path is
+  // shown, however long or strange: it reaches the pager as one argument,
+  // never through a shell.
+  tagSCAN_REPORT_ENTRY entry;
+  if (index.ReadAgain(rows[number - 1], &entry)) {
+    ShowReportInPager(FieldText(entry.szReportPath).c_str());
+  }
   return true;
 }
