@@ -1,11 +1,15 @@
 #include "reports/report_pager.h"
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+
+#include "reports/report_file_remover.h"
 
 namespace {
 
@@ -42,29 +46,66 @@ class KeyDispositions {
   bool savedQuit_ = false;
 };
 
+bool HasExtraPrivileges() { return getegid() != getgid() || geteuid() != getuid(); }
+
+// The report opened for reading with the tool's privileges, or -1: only a
+// regular file directly inside the reports directory, no link followed.
+int OpenPlainReport(const char* reportPath, const char* reportsDirectory) {
+  const char* name = PlainReportFileName(reportPath, reportsDirectory);
+  if (name == nullptr) return -1;
+  const int directory = open(reportsDirectory, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (directory < 0) return -1;
+  int report = openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  close(directory);
+  struct stat status {};
+  if (report >= 0 && (fstat(report, &status) != 0 || !S_ISREG(status.st_mode))) {
+    close(report);
+    report = -1;
+  }
+  return report;
+}
+
 // In the child, between fork and exec: async-signal-safe calls only.
-[[noreturn]] void ExecPager(const char* pager, const char* reportPath) {
+// `report` is the opened report to page from standard input, or -1 to hand
+// the pager `reportPath`.
+[[noreturn]] void ExecPager(const char* pager, const char* reportPath, int report) {
   struct sigaction defaults {};
   defaults.sa_handler = SIG_DFL;
   sigemptyset(&defaults.sa_mask);
   sigaction(SIGINT, &defaults, nullptr);
   sigaction(SIGQUIT, &defaults, nullptr);
-  char* const argv[] = {const_cast<char*>("more"), const_cast<char*>(reportPath), nullptr};
-  execv(pager, argv);
+  if (report >= 0 && (report == STDIN_FILENO ? fcntl(report, F_SETFD, 0) != 0
+                                             : dup2(report, STDIN_FILENO) != STDIN_FILENO))
+    _exit(127);
+  const gid_t group = getgid();
+  const uid_t user = getuid();
+  if (setresgid(group, group, group) != 0 || setresuid(user, user, user) != 0 ||
+      getegid() != group || geteuid() != user)
+    _exit(127);
+  char* const withPath[] = {const_cast<char*>("more"), const_cast<char*>(reportPath), nullptr};
+  char* const fromInput[] = {const_cast<char*>("more"), nullptr};
+  execv(pager, report >= 0 ? fromInput : withPath);
   _exit(127);
 }
 
 }  // namespace
 
-void ShowReportInPager(const char* reportPath) {
+void ShowReportInPager(const char* reportPath, const char* reportsDirectory) {
   const char* pager = FindPager();
   if (pager == nullptr) return;
-  std::fflush(stdout);
-  KeyDispositions ignored(SIG_IGN);
-  const pid_t child = fork();
-  if (child == 0) ExecPager(pager, reportPath);
-  if (child < 0) return;
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  int report = -1;
+  if (HasExtraPrivileges()) {
+    report = OpenPlainReport(reportPath, reportsDirectory);
+    if (report < 0) return;
   }
+  std::fflush(stdout);
+  {
+    KeyDispositions ignored(SIG_IGN);
+    const pid_t child = fork();
+    if (child == 0) ExecPager(pager, reportPath, report);
+    int status = 0;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+  }
+  if (report >= 0) close(report);
 }

@@ -107,7 +107,7 @@ bool ViewScanReports(std::uint32_t* resultCode) {
   // never through a shell.
   tagSCAN_REPORT_ENTRY entry;
   if (index.ReadAgain(rows[number - 1], &entry)) {
-    ShowReportInPager(FieldText(entry.szReportPath).c_str());
+    ShowReportInPager(FieldText(entry.szReportPath).c_str(), kReportsDir);
   }
   return true;
 }
