@@ -177,9 +177,8 @@ TEST_F(ReportIndexTest, StreamingReaderReadsItsOwnFileAgainAfterARewrite) {
   ASSERT_TRUE(reader.Open(Index(), &code));
   EXPECT_EQ(reader.EntriesAtOpen(), 3u);
   std::vector<std::uint64_t> numbers;
-  reader.ForEach(1, [&](const tagSCAN_REPORT_ENTRY&, std::uint64_t number) {
-    numbers.push_back(number);
-  });
+  reader.ForEach(
+      1, [&](const tagSCAN_REPORT_ENTRY&, std::uint64_t number) { numbers.push_back(number); });
   EXPECT_EQ(numbers, (std::vector<std::uint64_t>{0, 2}));
   ASSERT_TRUE(WriteReportIndexAt(Index(), {}, &code));  // a new file is renamed in
   tagSCAN_REPORT_ENTRY entry{};
@@ -276,7 +275,8 @@ TEST_F(ReportIndexTest, DeleteAllUnderAConcurrentAppenderLosesNothingAppendedBef
     const std::set<std::string> after = NameSet(Read());
     const std::set<std::string> deletedNames = NameSet(read);
     for (const std::string& name : beforeLock) {
-      EXPECT_EQ(after.count(name), deletedNames.count(name) ? 0u : 1u) << name << " round " << rounds;
+      EXPECT_EQ(after.count(name), deletedNames.count(name) ? 0u : 1u)
+          << name << " round " << rounds;
     }
     ++rounds;
   }

@@ -71,7 +71,8 @@ TEST_F(ReportPagerTest, PathIsOneArgumentOutputStaysInOrderHandlerComesBack) {
     sigaction(SIGINT, nullptr, &now);
     if (now.sa_handler != SomeHandler) _exit(2);
   });
-  EXPECT_EQ(output, "before\n::::::::::::::\n" + report.string() + "\n::::::::::::::\nreport text\n");
+  EXPECT_EQ(output,
+            "before\n::::::::::::::\n" + report.string() + "\n::::::::::::::\nreport text\n");
   EXPECT_FALSE(fs::exists("pwned"));
 }
 
@@ -89,8 +90,8 @@ TEST_F(ReportPagerTest, PrivilegedToolPagesOnlyPlainReportsFromStandardInput) {
     if (setgroups(0, nullptr) != 0 || setresgid(1, toolGroup, toolGroup) != 0 ||
         setresuid(1, 1, 1) != 0)
       _exit(3);
-    for (const fs::path& path : {report, reports_ / "link.rpt", root_ / "secret",
-                                 reports_ / ".." / "secret"})
+    for (const fs::path& path :
+         {report, reports_ / "link.rpt", root_ / "secret", reports_ / ".." / "secret"})
       ShowReportInPager(path.c_str(), reports_.c_str());
   });
   EXPECT_EQ(output, "the report\n");

@@ -26,8 +26,7 @@ const std::string kEnglishBanner =
     "\nKorvane Scheduled Scan Manager\n"
     "Copyright (C) 2026 Korvane. All rights reserved.\n"
     "Use of this program is subject to the Korvane licence agreement.\n\n";
-const std::string kKeyTableHead =
-    kSeparator + "schscan_viewreport_format_datetime\n" + kSeparator;
+const std::string kKeyTableHead = kSeparator + "schscan_viewreport_format_datetime\n" + kSeparator;
 const std::string kKeyQuestion = "\nschscan_confirm_view_report:";
 const std::string kKeyNumberPrompt = "\nschscan_msg_enter_rptno:";
 
@@ -43,7 +42,7 @@ std::string Paged(const std::string& path, const std::string& text) {
 }
 
 harness::RunResult RunView(const std::string& input, std::optional<uid_t> user = std::nullopt,
-                       const std::string& word = kCommand) {
+                           const std::string& word = kCommand) {
   RunOptions options;
   options.args = {word};
   options.input = input;
@@ -59,7 +58,8 @@ void ExpectOutput(const harness::RunResult& run, const std::string& output) {
 
 TEST(ViewReports, IndexMissingEmptyOrShort) {
   harness::ResetProductDir(false);
-  ExpectOutput(RunView(""), kKeyBanner + "schscan_msg_noreportstoview.\n");  // 1001, from the dispatcher
+  // 1001, from the dispatcher
+  ExpectOutput(RunView(""), kKeyBanner + "schscan_msg_noreportstoview.\n");
   harness::WriteFile(kReportIndexPath, std::string(5, '\0'), 0666);
   ExpectOutput(RunView(""), kKeyBanner + "\nschscan_str_fileopfailed.\n");  // 1005
   harness::WriteFile(kReportIndexPath, std::string(8, '\0') + "\x07" + std::string(10, '\0'),
@@ -99,7 +99,8 @@ TEST(ViewReports, OrdinaryUsersSeeOnlyTheirOwnReports) {
   ExpectOutput(RunView("n\n", std::nullopt, "--reports"),
                head + "1           RootScan          Mon 10:00\n" +
                    "2           UserScan          Tue 11:00\n" +
-                   "3           RootScan          Wed 12:00\n" + kSeparator + "\nView a report (Y/n):");
+                   "3           RootScan          Wed 12:00\n" + kSeparator +
+                   "\nView a report (Y/n):");
 }
 
 TEST(ViewReports, LongNamesAndFieldsWithoutTerminatorAreCutAtTheirWidth) {
@@ -111,10 +112,10 @@ TEST(ViewReports, LongNamesAndFieldsWithoutTerminatorAreCutAtTheirWidth) {
   unterminated.dwUserId = 0;
   ASSERT_TRUE(scan_service::AppendReportEntry(unterminated));
   const auto run = RunView("n\n", std::nullopt, "--reports");
-  const std::string rows = "1           " + std::string(15, 'a') + "   d15\n" +
-                           "2           " + std::string(16, 'b') + "\n" + std::string(30, ' ') +
-                           "d16\n" + "3           " + std::string(256, 'z') + "\n" +
-                           std::string(30, ' ') + std::string(32, 'z') + "\n" + kSeparator;
+  const std::string rows = "1           " + std::string(15, 'a') + "   d15\n" + "2           " +
+                           std::string(16, 'b') + "\n" + std::string(30, ' ') + "d16\n" +
+                           "3           " + std::string(256, 'z') + "\n" + std::string(30, ' ') +
+                           std::string(32, 'z') + "\n" + kSeparator;
   EXPECT_NE(run.output.find(rows + "\nView a report (Y/n):"), std::string::npos) << run.output;
   EXPECT_EQ(run.output.find("schscan_"), std::string::npos);
 }
@@ -127,10 +128,8 @@ TEST(ViewReports, HostilePathsAreShownNeverRun) {
   const std::string metaFile = reports + "r$(touch pwned);touch pwned;.rpt";
   harness::WriteFile(metaFile, "shown, not run\n", 0666);
   const std::string paths[] = {
-      "/x/reports/a;touch " + marker,
-      metaFile,
-      "`touch " + marker + "`",
-      reports + std::string(1023 - reports.size(), 'L'),
+      "/x/reports/a;touch " + marker, metaFile,
+      "`touch " + marker + "`",       reports + std::string(1023 - reports.size(), 'L'),
       std::string(1024, 'M'),  // no terminator in the field
   };
   for (const std::string& path : paths) {
