@@ -101,7 +101,7 @@ void ScanItemList::Append(const tagSCAN_ITEM& item) {
 
 void ScanItemList::AppendPath(const char* path) {
   tagSCAN_ITEM item{};
-  std::strncpy(item.szPath, path, sizeof item.szPath - 1);
+  std::memcpy(item.szPath, path, strnlen(path, sizeof item.szPath - 1));
   Append(item);
 }
 
