@@ -28,7 +28,7 @@ constexpr WizardText kMenuNumberError = {"", TextKey("schscan_valid_menunumber")
 
 }  // namespace
 
-const WizardTexts kAddWizardTexts = {
+constexpr WizardTexts kAddWizardTexts = {
     TextKey("schscan_msg_scan_frequency"),
     {"", TextKey("schscan_valid_weekday"), ".\n"},
     "",
@@ -40,7 +40,7 @@ const WizardTexts kAddWizardTexts = {
     {"", TextKey("schscan_valid_hours"), ".\n"},
 };
 
-const WizardTexts kModifyWizardTexts = {
+constexpr WizardTexts kModifyWizardTexts = {
     TextKey("schscan_msg_scanfrequency"),
     {"", TextKey("schscan_valid_weekdays"), ".\n"},
     "\n",

@@ -5,7 +5,8 @@
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config gettext locales libgtest-dev libgmock-dev
-          libsqlite3-dev sqlite3 util-linux libbenchmark-dev)
+          libsqlite3-dev sqlite3 util-linux libbenchmark-dev
+          clang clang-tidy cppcheck libclang-rt-14-dev lintian passwd)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -12,12 +12,12 @@ namespace {
 
 tagSCAN_ITEM* LoadPointer(const unsigned char (&bytes)[8]) {
   tagSCAN_ITEM* pointer;
-  std::memcpy(&pointer, bytes, sizeof pointer);
+  std::memcpy(&pointer, bytes, sizeof bytes);
   return pointer;
 }
 
 void StorePointer(unsigned char (&bytes)[8], tagSCAN_ITEM* pointer) {
-  std::memcpy(bytes, &pointer, sizeof pointer);
+  std::memcpy(bytes, &pointer, sizeof bytes);
 }
 
 tagSCAN_ITEM* Allocate(std::size_t count) {

@@ -103,6 +103,7 @@ std::int64_t ReadScanRow(const Statement& row, tagSCHEDULE_SCAN_ENTRY& entry) {
 void AppendStoredPath(std::string_view stored, ScanItemList& items) {
   tagSCAN_ITEM item;  // CopyString fills all of it
   CopyString(stored, item.szPath, sizeof item.szPath);
+  // cppcheck-suppress uninitvar
   items.Append(item);
 }
 
