@@ -1,11 +1,16 @@
 // GetUserNameFormUserID: the login name of a user id from the password
 // database. An id without an entry fails with SCHSCAN_ERR_NAME_NOT_CONFIGURED;
-// a failing lookup with SCHSCAN_ERR_LIST_OPERATION.
+// a failing lookup with SCHSCAN_ERR_LIST_OPERATION. Answers are remembered
+// for the life of the process: a listing asks once per scan, mostly about the
+// same few owners, and each lookup in the password database reads the file.
 #include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <exception>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "taskstore/result_codes.h"
@@ -34,6 +39,23 @@ std::uint32_t LookUpUserName(std::uint32_t userId, std::string& userName) {
   }
 }
 
+// Answers of the password database by user id: SCHSCAN_OK and the name, or
+// SCHSCAN_ERR_NAME_NOT_CONFIGURED. Failed lookups are not remembered.
+std::uint32_t CachedUserName(std::uint32_t userId, std::string& userName) {
+  static std::mutex mutex;
+  static std::unordered_map<std::uint32_t, std::pair<std::uint32_t, std::string>> answers;
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (const auto known = answers.find(userId); known != answers.end()) {
+    if (known->second.first == SCHSCAN_OK) userName = known->second.second;
+    return known->second.first;
+  }
+  std::string name;
+  const std::uint32_t code = LookUpUserName(userId, name);
+  if (code != SCHSCAN_ERR_LIST_OPERATION) answers.emplace(userId, std::make_pair(code, name));
+  if (code == SCHSCAN_OK) userName = std::move(name);
+  return code;
+}
+
 }  // namespace
 
 bool GetUserNameFormUserID(std::uint32_t userId, std::string& userName,
@@ -41,7 +63,7 @@ bool GetUserNameFormUserID(std::uint32_t userId, std::string& userName,
   if (resultCode == nullptr) return false;
   std::uint32_t code = SCHSCAN_ERR_LIST_OPERATION;
   try {
-    code = LookUpUserName(userId, userName);
+    code = CachedUserName(userId, userName);
   } catch (const std::exception&) {  // out of memory
   }
   if (code == SCHSCAN_OK) return true;
