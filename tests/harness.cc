@@ -8,6 +8,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -34,10 +35,10 @@ void CopyFile(const std::string& from, const std::string& to, mode_t mode) {
   Check(chmod(to.c_str(), mode) == 0, "chmod " + to);
 }
 
-long long NowMilliseconds() {
+long long NowMicroseconds() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
+  return now.tv_sec * 1000000LL + now.tv_nsec / 1000;
 }
 
 bool EndsWith(const std::string& text, const std::string& suffix) {
@@ -86,7 +87,7 @@ RunResult RunTool(const RunOptions& options) {
     const std::string id = std::to_string(*options.user);
     argv = {"/usr/bin/setpriv", "--reuid=" + id, "--regid=" + id, "--clear-groups", "--"};
   }
-  argv.push_back(ToolPath());
+  argv.push_back(options.program.empty() ? ToolPath() : options.program);
   argv.insert(argv.end(), options.args.begin(), options.args.end());
   std::vector<char*> argvPointers;
   for (std::string& a : argv) argvPointers.push_back(a.data());
@@ -105,6 +106,11 @@ RunResult RunTool(const RunOptions& options) {
     dup2(outputPipe[1], STDOUT_FILENO);
     signal(SIGPIPE, SIG_DFL);
     signal(SIGINT, SIG_DFL);
+    if (options.fileSizeLimit) {
+      const rlimit limit = {*options.fileSizeLimit, *options.fileSizeLimit};
+      signal(SIGXFSZ, SIG_IGN);
+      if (setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(126);
+    }
     execve(argvPointers[0], argvPointers.data(), environmentPointers.data());
     _exit(127);
   }
@@ -118,21 +124,32 @@ RunResult RunTool(const RunOptions& options) {
   RunResult result;
   std::size_t inputSent = 0;
   bool interruptSent = false;
-  const long long deadline = NowMilliseconds() + kTimeoutMilliseconds;
+  bool killSent = false;
+  const long long started = NowMicroseconds();
+  const long long deadline = started + kTimeoutMilliseconds * 1000LL;
+  const long long killAt =
+      options.killAfterMicroseconds ? started + *options.killAfterMicroseconds : deadline;
   for (;;) {
     if (inputFd >= 0 && inputSent == options.input.size() && options.interruptAfter.empty()) {
       close(inputFd);  // end of input
       inputFd = -1;
     }
     pollfd fds[2] = {{outputFd, POLLIN, 0}, {inputFd, POLLOUT, 0}};
-    const int waitFor = static_cast<int>(deadline - NowMilliseconds());
-    if (waitFor <= 0) {
+    const long long now = NowMicroseconds();
+    if (now >= killAt && !killSent && killAt < deadline) {
+      kill(pid, SIGKILL);  // not waited for yet, so the id is still the tool's
+      killSent = true;
+    }
+    if (now >= deadline) {
       result.timedOut = true;
       kill(pid, SIGKILL);
       break;
     }
+    const long long waitFor = (killSent ? deadline : std::min(killAt, deadline)) - now;
+    const timespec timeout = {static_cast<time_t>(waitFor / 1000000),
+                              static_cast<long>(waitFor % 1000000) * 1000};
     const bool wantWrite = inputFd >= 0 && inputSent < options.input.size();
-    if (poll(fds, wantWrite ? 2 : 1, waitFor) < 0) {
+    if (ppoll(fds, wantWrite ? 2 : 1, &timeout, nullptr) < 0) {
       if (errno == EINTR) continue;
       Check(false, "poll");
     }
@@ -151,6 +168,7 @@ RunResult RunTool(const RunOptions& options) {
       const ssize_t n = read(outputFd, buffer, sizeof buffer);
       if (n <= 0) break;
       result.output.append(buffer, static_cast<std::size_t>(n));
+      if (options.watchOutput) options.watchOutput(pid, result.output);
       if (!interruptSent && !options.interruptAfter.empty() &&
           EndsWith(result.output, options.interruptAfter)) {
         // Standard output of the tool is flushed before it waits for input,
@@ -168,6 +186,7 @@ RunResult RunTool(const RunOptions& options) {
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
   if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
+  result.killed = !result.timedOut && WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
   return result;
 }
 

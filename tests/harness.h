@@ -3,8 +3,10 @@
 // another user, and captures standard output byte for byte.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,12 +21,23 @@ struct RunOptions {
   // stays open instead of ending after `input`.
   std::string interruptAfter;
   std::vector<std::string> extraEnvironment;  // "NAME=value"
+  std::string program;                        // the tool to run; empty: ToolPath()
+  // Files the tool writes may not grow past this size (RLIMIT_FSIZE); the
+  // tool ignores SIGXFSZ, so a write beyond it fails with EFBIG.
+  std::optional<rlim_t> fileSizeLimit;
+  // SIGKILL this many microseconds after the tool was started, unless it
+  // has ended by then.
+  std::optional<long> killAfterMicroseconds;
+  // Called with the tool's process id and all output so far, each time more
+  // arrives; the tool waits (its output pipe full) while this runs.
+  std::function<void(pid_t, const std::string&)> watchOutput;
 };
 
 struct RunResult {
   std::string output;
   int exitStatus = -1;   // -1 when the tool did not exit normally
   bool timedOut = false;
+  bool killed = false;   // ended by the SIGKILL of killAfterMicroseconds
 };
 
 // Empties the product directory and lays it out as an install does (task
