@@ -2,7 +2,9 @@
 # Gives the installed tool and the product data to the tool's group, the way
 # crontab is installed: the tool is setgid to the group, the task list and
 # the reports directory belong to it, and users reach scans and reports only
-# through the tool. The library and the catalogue stay world-readable.
+# through the tool. The product directory is closed to everyone else: what
+# the tool creates there for a user (the task list, the task store's
+# journal) belongs to that user, who must not reach it but through the tool.
 #
 # usage: setup-privileges.sh TOOL PRODUCT_DIR GROUP
 # GROUP is a group name (created as a system group when missing) or a
@@ -34,7 +36,7 @@ echo "-- schscan: $tool setgid $group; product data owned by group $group"
 # chgrp clears the setgid bit, so the mode is set after the group.
 chgrp "$group" "$tool" "$product" "$product/reports"
 chmod 2755 "$tool"
-chmod 2775 "$product"
+chmod 2770 "$product"
 chmod 2770 "$product/reports"
 for data in "$product/tsklst.inf" "$product/reports/schdmain.rpt"; do
     if [ -e "$data" ]; then
