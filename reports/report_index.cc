@@ -168,9 +168,11 @@ class TemporaryIndex {
   bool renamed_ = false;
 };
 
-// Makes the index exist: created as the scan service would leave it.
+// Makes the index exist: created as the scan service would leave it. Asked
+// by opening, with the effective ids, as every later step is: an installed
+// tool reaches the reports directory through its group, which access() and
+// its real ids would not count.
 bool CreateIndexIfMissing(const char* indexPath) {
-  if (access(indexPath, F_OK) == 0) return true;
   FileDescriptor created(
       open(indexPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kNewIndexMode));
   if (!created.valid()) return errno == EEXIST;  // another process was first
@@ -266,14 +268,14 @@ ReportIndexReader::~ReportIndexReader() {
 
 bool ReportIndexReader::Open(const char* indexPath, std::uint32_t* resultCode) {
   *resultCode = SCHSCAN_OK;
-  if (access(indexPath, F_OK) != 0) {
-    *resultCode = SCHSCAN_ERR_LIST_NOT_FOUND;
-    return false;
-  }
   // Not blocking: a FIFO in the index's place fails at the seek instead.
+  // Whether the index exists is asked by opening it with the effective ids,
+  // not by access(): the real user of an installed, setgid tool cannot even
+  // search the reports directory, and would never find an index there.
   FileDescriptor index(open(indexPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   if (!index.valid()) {
-    *resultCode = SCHSCAN_ERR_LIST_ACCESS;
+    *resultCode = errno == ENOENT || errno == ENOTDIR ? SCHSCAN_ERR_LIST_NOT_FOUND
+                                                      : SCHSCAN_ERR_LIST_ACCESS;
     return false;
   }
   if (lseek(index.get(), REPORT_HEADER_OFFSET, SEEK_SET) < 0) {

@@ -1,0 +1,219 @@
+// The installed privilege model, on a real `cmake --install` of this build
+// into a scratch prefix (the product files go to the build's product
+// directory). The group is a numeric id that no group file names, so nothing
+// is added to the system. Needs root: ordinary users are other user ids.
+#include <fcntl.h>
+#include <grp.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "product_paths.h"
+#include "tests/harness.h"
+#include "tests/scan_service_appender.h"
+#include "tests/scan_test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr gid_t kToolGroup = 54321;
+constexpr uid_t kNobody = 65534;
+constexpr uid_t kDaemon = 1;
+const std::string kPrefix = std::string(kProductDir) + "-prefix";
+const std::string kInstalledTool = kPrefix + "/bin/schscan";
+
+// Installs afresh; `group` is what SCHSCAN_GROUP says at install time.
+void Install(const std::string& group) {
+  fs::remove_all(kProductDir);
+  fs::remove_all(kPrefix);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const int null = open("/dev/null", O_WRONLY);
+    if (null < 0 || dup2(null, STDOUT_FILENO) < 0) _exit(126);
+    setenv("SCHSCAN_GROUP", group.c_str(), 1);
+    execl(CMAKE_COMMAND, CMAKE_COMMAND, "--install", BUILD_DIR, "--prefix", kPrefix.c_str(),
+          static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
+harness::RunResult RunInstalled(const std::string& word, const std::string& input,
+                       std::optional<uid_t> user,
+                       std::function<void(pid_t, const std::string&)> watch = {}) {
+  harness::RunOptions options;
+  options.program = kInstalledTool;
+  options.args = {word};
+  options.input = input;
+  options.user = user;
+  options.watchOutput = std::move(watch);
+  const harness::RunResult run = harness::RunTool(options);
+  EXPECT_EQ(run.exitStatus, 0) << run.output;
+  return run;
+}
+
+// Runs `word` and expects `text` in what it printed.
+void ExpectRun(const std::string& word, const std::string& input, std::optional<uid_t> user,
+               const std::string& text) {
+  const harness::RunResult run = RunInstalled(word, input, user);
+  EXPECT_NE(run.output.find(text), std::string::npos)
+      << word << " as " << (user ? *user : 0) << ":\n" << run.output;
+}
+
+// A daily scan at 10:20:30 every 2 days, four options, report only, one
+// directory, confirmed.
+std::string AddInput(const std::string& name) {
+  return name + "\n1\nn\n10\n20\n30\n2\nn\ny\ny\ny\ny\n4\n" + scantest::MakeDir("a") + "\nn\ny\n";
+}
+// Keeps everything but the recurrence, which becomes every 5 days.
+std::string ModifyInput(const std::string& name) { return name + "\nn\nn\nn\ny\n5\nn\nn\nn\nn\nn\n"; }
+
+// The errno of opening `path` with `flags` as user `uid` without any group
+// of its own but its user id; 0 when it opened.
+int OpenErrorAs(uid_t uid, const std::string& path, int flags) {
+  const pid_t child = fork();
+  if (child == 0) {
+    if (setgroups(0, nullptr) != 0 || setresgid(uid, uid, uid) != 0 ||
+        setresuid(uid, uid, uid) != 0)
+      _exit(255);
+    const int fd = open(path.c_str(), flags | O_CLOEXEC, 0666);
+    _exit(fd >= 0 ? 0 : errno);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string ModeAndGroup(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return "missing";
+  std::ostringstream text;
+  text << std::oct << (status.st_mode & 07777) << std::dec << " " << status.st_gid;
+  return text.str();
+}
+
+// The "Gid:" and "Groups:" lines of a process.
+std::string GroupLines(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::string line;
+  std::string lines;
+  while (std::getline(status, line)) {
+    if (line.rfind("Gid:", 0) != 0 && line.rfind("Groups:", 0) != 0) continue;
+    lines += line.substr(0, line.find_last_not_of(" \t") + 1) + "\n";
+  }
+  return lines;
+}
+
+pid_t ChildOf(pid_t parent) {
+  for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
+    const std::string name = entry.path().filename();
+    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    std::ifstream status(entry.path() / "status");
+    std::string line;
+    while (std::getline(status, line)) {
+      if (line == "PPid:\t" + std::to_string(parent)) return std::stoi(name);
+    }
+  }
+  return -1;
+}
+
+class Privileges : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to install and to take on other user ids";
+  }
+};
+
+TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
+  Install(std::to_string(kToolGroup));
+  EXPECT_EQ(ModeAndGroup(kInstalledTool), "2755 54321");
+  EXPECT_EQ(ModeAndGroup(kReportsDir), "2770 54321");
+
+  // An ordinary user is the first to add, so the tool creates the store.
+  ExpectRun("--add", AddInput("NobodyScan"), kNobody, "The scheduled scan NobodyScan was added");
+  ExpectRun("--add", AddInput("DaemonScan"), kDaemon, "The scheduled scan DaemonScan was added");
+  ExpectRun("--add", AddInput("RootScan"), std::nullopt, "The scheduled scan RootScan was added");
+  const harness::RunResult view = RunInstalled("--view", "n\n", kNobody);
+  EXPECT_NE(view.output.find("NobodyScan"), std::string::npos) << view.output;
+  EXPECT_EQ(view.output.find("DaemonScan"), std::string::npos) << view.output;
+  ExpectRun("--modify", ModifyInput("NobodyScan"), kNobody, "NobodyScan was modified");
+  EXPECT_EQ(scantest::DescribeStored("NobodyScan"),
+            "NobodyScan u65534 f0 d0 b0 10:20:30 r5 p0/0/0 o15 a3 [a]");
+  ExpectRun("--delete", "NobodyScan\n", kNobody, "The scheduled scan was deleted");
+  EXPECT_EQ(scantest::DescribeStored("NobodyScan"), "none");
+  EXPECT_EQ(scantest::DumpStore().find("DaemonScan u1 "), 0u);
+
+  // Reports as the scan service (root) writes them.
+  const std::string mine = scan_service::AddReport("NobodyScan", "d1", kNobody, "nobody's\n");
+  const std::string daemons = scan_service::AddReport("DaemonScan", "d2", kDaemon, "daemon's\n");
+  scan_service::AddReport("NobodyScan", "d3", kNobody, "nobody's too\n");
+  ExpectRun("--reports", "y\n1\n", kNobody, "nobody's\n");
+  ExpectRun("--delreports", "3\n", kNobody, "2 report(s) deleted");
+  EXPECT_FALSE(fs::exists(mine));
+  EXPECT_TRUE(fs::exists(daemons));
+  ExpectRun("--reports", "y\n1\n", kDaemon, "daemon's\n");
+
+  // Nothing the product keeps can be opened by an ordinary user directly:
+  // neither what the install made nor what the tool made for that user.
+  std::vector<std::string> paths = {kTaskListPath, kReportIndexPath, daemons,
+                                    std::string(kProductDir) + "/planted",
+                                    std::string(kReportsDir) + "/planted"};
+  for (const auto& entry : fs::recursive_directory_iterator(kProductDir))
+    if (entry.is_regular_file()) paths.push_back(entry.path());
+  for (const uid_t user : {kNobody, kDaemon}) {
+    for (const std::string& path : paths) {
+      if (path.ends_with(".so") || path.ends_with(".mo")) continue;
+      EXPECT_NE(OpenErrorAs(user, path, O_RDONLY), 0) << path << " read by " << user;
+      EXPECT_NE(OpenErrorAs(user, path, O_WRONLY | O_CREAT), 0) << path << " written by " << user;
+    }
+  }
+  EXPECT_FALSE(fs::exists(std::string(kProductDir) + "/planted"));
+}
+
+// `more` is started for the user, so it must not keep the tool's group in
+// any of its group ids. A report longer than the output pipe holds keeps the
+// pager running while its ids are read.
+TEST_F(Privileges, PagerRunsWithoutTheToolsGroup) {
+  Install(std::to_string(kToolGroup));
+  scan_service::AddReport("NobodyScan", "d1", kNobody,
+                          "first line of the report\n" + std::string(4 << 20, 'x') + "\n");
+  std::string toolGroups;
+  std::string pagerGroups;
+  RunInstalled("--reports", "y\n1\n", kNobody, [&](pid_t tool, const std::string& output) {
+    if (!pagerGroups.empty() || output.find("first line of the report") == std::string::npos)
+      return;
+    toolGroups = GroupLines(tool);
+    const pid_t pager = ChildOf(tool);
+    pagerGroups = pager > 0 ? GroupLines(pager) : "no pager";
+  });
+  EXPECT_EQ(toolGroups, "Gid:\t65534\t54321\t54321\t54321\nGroups:\n");  // the test's premise
+  EXPECT_EQ(pagerGroups, "Gid:\t65534\t65534\t65534\t65534\nGroups:\n");
+}
+
+TEST_F(Privileges, InstallWithoutTheGroupServesRootAlone) {
+  Install("");
+  struct stat tool {};
+  ASSERT_EQ(stat(kInstalledTool.c_str(), &tool), 0);
+  EXPECT_EQ(tool.st_mode & 07777, 0755u);
+  ExpectRun("--add", AddInput("RootScan"), std::nullopt, "The scheduled scan RootScan was added");
+  ExpectRun("--view", "n\n", std::nullopt, "RootScan");
+  // An ordinary user gets a clear refusal from the store it cannot open.
+  ExpectRun("--view", "", kNobody, "The scheduled scan list could not be read");
+  ExpectRun("--reports", "", kNobody, "There are no reports to view");
+  EXPECT_EQ(scantest::DumpStore(), "RootScan u0 f0 d0 b0 10:20:30 r2 p0/0/0 o15 a3 [a]\n");
+}
+
+}  // namespace
