@@ -24,8 +24,6 @@ namespace fs = std::filesystem;
 namespace harness {
 namespace {
 
-constexpr int kTimeoutMilliseconds = 20000;
-
 void Check(bool ok, const std::string& what) {
   if (!ok) throw std::runtime_error(what + ": " + std::strerror(errno));
 }
@@ -126,7 +124,7 @@ RunResult RunTool(const RunOptions& options) {
   bool interruptSent = false;
   bool killSent = false;
   const long long started = NowMicroseconds();
-  const long long deadline = started + kTimeoutMilliseconds * 1000LL;
+  const long long deadline = started + options.timeoutMilliseconds * 1000LL;
   const long long killAt =
       options.killAfterMicroseconds ? started + *options.killAfterMicroseconds : deadline;
   for (;;) {

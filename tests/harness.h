@@ -22,6 +22,7 @@ struct RunOptions {
   std::string interruptAfter;
   std::vector<std::string> extraEnvironment;  // "NAME=value"
   std::string program;                        // the tool to run; empty: ToolPath()
+  int timeoutMilliseconds = 20000;            // then SIGKILL, and timedOut is set
   // Files the tool writes may not grow past this size (RLIMIT_FSIZE); the
   // tool ignores SIGXFSZ, so a write beyond it fails with EFBIG.
   std::optional<rlim_t> fileSizeLimit;
