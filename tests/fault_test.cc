@@ -96,10 +96,10 @@ struct KillCase {
   std::string command;
   std::string input;
   std::optional<uid_t> user;
-  std::string lastPrompt;                // the store call or the rewrite follows it
-  std::function<void()> restore;         // lays out the old state again
-  std::function<bool()> leftHalfDone;    // a journal or a temporary file remains
-  std::function<std::string()> state;    // read after leftHalfDone
+  std::string lastPrompt;              // the store call or the rewrite follows it
+  std::function<void()> restore;       // lays out the old state again
+  std::function<bool()> leftHalfDone;  // a journal or a temporary file remains
+  std::function<std::string()> state;  // read after leftHalfDone
 };
 
 struct Figures {
@@ -156,13 +156,15 @@ Figures KillRepeatedly(const KillCase& c, int times, const char* label) {
       ++figures.updated;
     } else {
       ADD_FAILURE() << label << " run " << i << " killed after " << *options.killAfterMicroseconds
-                    << " us left neither state:\n" << state;
+                    << " us left neither state:\n"
+                    << state;
     }
   }
-  std::printf("[ figures  ] %s: %d runs, %d killed; %d old, %d new; %d killed half-done "
-              "(last prompt at %lld us, end at %lld us)\n",
-              label, figures.runs, figures.killed, figures.old, figures.updated,
-              figures.halfDone, prompt, end);
+  std::printf(
+      "[ figures  ] %s: %d runs, %d killed; %d old, %d new; %d killed half-done "
+      "(last prompt at %lld us, end at %lld us)\n",
+      label, figures.runs, figures.killed, figures.old, figures.updated, figures.halfDone, prompt,
+      end);
   EXPECT_EQ(figures.old + figures.updated, times);
   return figures;
 }
@@ -170,7 +172,8 @@ Figures KillRepeatedly(const KillCase& c, int times, const char* label) {
 // Scans that the store keeps around the one a case changes.
 std::string SeedStore(int others) {
   harness::ResetProductDir(false);
-  for (int i = 0; i < others; ++i) scantest::StoreScan(scantest::MakeScan("Other" + std::to_string(i)));
+  for (int i = 0; i < others; ++i)
+    scantest::StoreScan(scantest::MakeScan("Other" + std::to_string(i)));
   return harness::ReadFile(kTaskListPath);
 }
 
@@ -249,8 +252,7 @@ TEST(KilledAtRandom, DeleteReportsLeavesTheOldOrTheNewIndex) {
   options.user = 65534;
   EXPECT_EQ(harness::RunTool(options).exitStatus, 0);
   EXPECT_EQ(harness::ReadFile(kReportIndexPath), IndexBytes(40, false));
-  std::printf("[ figures  ] %d temporary index files left by killed rewrites\n",
-              StrayIndexFiles());
+  std::printf("[ figures  ] %d temporary index files left by killed rewrites\n", StrayIndexFiles());
 }
 
 // Storage that refuses the change: each command's failure must reach the
@@ -260,8 +262,8 @@ enum class Refusal { kFullDisk, kFileSizeLimit, kReadOnlyMount, kNoWritePermissi
 
 // Mounts made here vanish with this test process.
 bool PrivateMounts() {
-  static const bool made = unshare(CLONE_NEWNS) == 0 &&
-                           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  static const bool made =
+      unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
   return made;
 }
 
@@ -327,19 +329,18 @@ void RefuseWrites(Refusal refusal) {
   const auto files = [] {
     std::vector<std::string> names;
     for (const auto& entry : fs::recursive_directory_iterator(kProductDir))
-      names.push_back(entry.path().string() + " " + std::to_string(entry.is_regular_file()
-                                                                       ? entry.file_size()
-                                                                       : 0));
+      names.push_back(entry.path().string() + " " +
+                      std::to_string(entry.is_regular_file() ? entry.file_size() : 0));
     std::sort(names.begin(), names.end());
     return names;
   };
   const std::vector<std::string> before = files();
 
   const std::string storeFailed = "\nschscan_msg_scanoperation_fail.\n";
-  const std::string rewriteFailed = refusal == Refusal::kFullDisk ||
-                                            refusal == Refusal::kFileSizeLimit
-                                        ? "schscan_msg_invalid_config\n"  // 0: a failed write
-                                        : "\nschscan_str_fileopfailed.\n";  // 1002: no opening
+  const std::string rewriteFailed =
+      refusal == Refusal::kFullDisk || refusal == Refusal::kFileSizeLimit
+          ? "schscan_msg_invalid_config\n"    // 0: a failed write
+          : "\nschscan_str_fileopfailed.\n";  // 1002: no opening
   const struct {
     const char* command;
     std::string input;

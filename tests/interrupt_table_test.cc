@@ -56,8 +56,8 @@ Steps Directory(const std::string& name, const std::string& more) {
 Steps HundredDirectoriesThenPressKey() {
   Steps steps;
   for (int i = 0; i < 100; ++i) steps = steps + Directory("d" + std::to_string(i), "y");
-  return steps + Steps{{"\nschscan_msg_enter_dir:", MakeDir("d100")},
-                       {"schscan_msg_presskey.", ""}};
+  return steps +
+         Steps{{"\nschscan_msg_enter_dir:", MakeDir("d100")}, {"schscan_msg_presskey.", ""}};
 }
 
 // Seeded with scans Daily (daily, repeated every 3 hours), Weekly (weekly,
@@ -67,56 +67,74 @@ std::vector<Path> Paths() {
   const std::string modify = "schscan_str_args_modify";
   const std::string deleteReports = "schscan_args_delrpt";
   return {
-      {add, Steps{{kName, "New"}, {kMenu, "2"}, {"schscan_enter_weekday:", "3"},
+      {add, Steps{{kName, "New"},
+                  {kMenu, "2"},
+                  {"schscan_enter_weekday:", "3"},
                   {"\nschscan_msg_firstbootscan:", "n"}} +
                 Time() +
-                Steps{{"schscan_msg_recurscan_week:", "2"}, {"\nschscan_ask_repeatscan:", "y"},
-                      {kMenu, "2"}, {"schscan_msg_enter_minutes_2:", "45"}} +
+                Steps{{"schscan_msg_recurscan_week:", "2"},
+                      {"\nschscan_ask_repeatscan:", "y"},
+                      {kMenu, "2"},
+                      {"schscan_msg_enter_minutes_2:", "45"}} +
                 Options("y") + Steps{{kMenu, "1"}} + Directory("a", "n") +
                 Steps{{"\nschscan_confirm_add_schscan:", "y"}}},
       {add, Steps{{kName, "New"}, {kMenu, "1"}, {"\nschscan_msg_firstbootscan:", "n"}} + Time() +
-                Steps{{"\nschscan_msg_days_recurscan:", "3"}, {"\nschscan_ask_repeatscan:", "y"},
-                      {kMenu, "1"}, {"schscan_msg_enter_hours:", "4"}}},
+                Steps{{"\nschscan_msg_days_recurscan:", "3"},
+                      {"\nschscan_ask_repeatscan:", "y"},
+                      {kMenu, "1"},
+                      {"schscan_msg_enter_hours:", "4"}}},
       {add, Steps{{kName, "New"}, {kMenu, "1"}, {"\nschscan_msg_firstbootscan:", "y"}} +
                 Options("n") + Steps{{kMenu, "1"}} + HundredDirectoriesThenPressKey()},
-      {modify, Steps{{kName, "Daily"}, {"schscan_confirm_scanfrequency:", "y"}, {kMenu, "2"},
-                     {"schscan_enter_weekday:", "4"}, {"schscan_confirm_firstboot:", "y"},
+      {modify, Steps{{kName, "Daily"},
+                     {"schscan_confirm_scanfrequency:", "y"},
+                     {kMenu, "2"},
+                     {"schscan_enter_weekday:", "4"},
+                     {"schscan_confirm_firstboot:", "y"},
                      {"\nschscan_msg_firstbootscan:", "n"},
                      {"schscan_confirm_change_scantime:", "y"}} +
                    Time() +
                    Steps{{"schscan_msg_recurscan_week:", "2"},
                          {"schscan_confirm_change_repeatscan:", "y"},
-                         {"schscan_confirm_repeatscan_schdday:", "y"}, {kMenu, "1"},
+                         {"schscan_confirm_repeatscan_schdday:", "y"},
+                         {kMenu, "1"},
                          {"Enter repeat time in hours (1-23):", "5"},
                          {"schddmn_confirm_scanoption:", "y"}} +
                    Options("n") +
-                   Steps{{"schddmn_confirm_actionforvirus:", "y"}, {kMenu, "2"},
+                   Steps{{"schddmn_confirm_actionforvirus:", "y"},
+                         {kMenu, "2"},
                          {"schddmn_confirm_deletescanitem:", "y"},
                          {"schscan_confirm_addmore_dir:", "y"}} +
                    Directory("b", "n")},
-      {modify, Steps{{kName, "Weekly"}, {"schscan_confirm_scanfrequency:", "n"},
-                     {"schscan_confirm_day_schscan:", "y"}, {"schscan_enter_weekday:", "5"},
+      {modify, Steps{{kName, "Weekly"},
+                     {"schscan_confirm_scanfrequency:", "n"},
+                     {"schscan_confirm_day_schscan:", "y"},
+                     {"schscan_enter_weekday:", "5"},
                      {"schscan_confirm_firstboot:", "n"},
                      {"schscan_confirm_change_scantime:", "n"},
                      {"\nschscan_confirm_recurrence_weeks:", "y"},
                      {"schscan_msg_recurscan_week:", "3"},
                      {"schscan_confirm_change_repeatscan:", "y"},
-                     {"schscan_confirm_repeatscan_schdday:", "y"}, {kMenu, "2"},
-                     {"schscan_msg_enter_minutes_2:", "30"}, {"schddmn_confirm_scanoption:", "n"},
+                     {"schscan_confirm_repeatscan_schdday:", "y"},
+                     {kMenu, "2"},
+                     {"schscan_msg_enter_minutes_2:", "30"},
+                     {"schddmn_confirm_scanoption:", "n"},
                      {"schddmn_confirm_actionforvirus:", "n"},
                      {"schddmn_confirm_deletescanitem:", "n"},
                      {"schscan_confirm_addmore_dir:", "n"}}},
-      {modify, Steps{{kName, "Daily"}, {"schscan_confirm_scanfrequency:", "n"},
+      {modify, Steps{{kName, "Daily"},
+                     {"schscan_confirm_scanfrequency:", "n"},
                      {"schscan_confirm_firstboot:", "n"},
                      {"schscan_confirm_change_scantime:", "n"},
                      {"\nschscan_confirm_recurrence_days:", "y"},
                      {"\nschscan_msg_days_recurscan:", "7"},
                      {"schscan_confirm_change_repeatscan:", "n"}}},
-      {modify, Steps{{kName, "Boot"}, {"schscan_confirm_scanfrequency:", "n"},
-                     {"schscan_confirm_firstboot:", "y"}, {"\nschscan_msg_firstbootscan:", "n"}} +
+      {modify, Steps{{kName, "Boot"},
+                     {"schscan_confirm_scanfrequency:", "n"},
+                     {"schscan_confirm_firstboot:", "y"},
+                     {"\nschscan_msg_firstbootscan:", "n"}} +
                    Time() + Steps{{"\nschscan_msg_days_recurscan:", "1"}}},
-      {"schscan_str_args_view", {{"\nschscan_confirm_scandetail_view:", "y"},
-                                 {"\nschscan_msg_enteridtoviewdetail:", "1"}}},
+      {"schscan_str_args_view",
+       {{"\nschscan_confirm_scandetail_view:", "y"}, {"\nschscan_msg_enteridtoviewdetail:", "1"}}},
       {"schscan_str_args_delete", {{kName, "Daily"}}},
       {"schscan_str_args_reports",
        {{"\nschscan_confirm_view_report:", "y"}, {"\nschscan_msg_enter_rptno:", "1"}}},

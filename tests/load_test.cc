@@ -38,19 +38,20 @@ std::vector<std::vector<Outcome>> AtOnce(const std::function<std::vector<Outcome
   std::vector<std::thread> threads;
   for (int i = 0; i < kProcesses; ++i) threads.emplace_back([&, i] { outcomes[i] = work(i); });
   for (std::thread& thread : threads) thread.join();
-  std::printf("[ figures  ] %d tool runs from %d workers, at most %d tool processes at once\n", g_runs.exchange(0),
-              kProcesses, g_mostAtOnce.exchange(0));
+  std::printf("[ figures  ] %d tool runs from %d workers, at most %d tool processes at once\n",
+              g_runs.exchange(0), kProcesses, g_mostAtOnce.exchange(0));
   return outcomes;
 }
 
 Outcome RunCommand(const std::string& command, const std::string& input, std::optional<uid_t> user,
-            const std::string& success) {
+                   const std::string& success) {
   harness::RunOptions options;
   options.args = {command};
   options.input = input;
   options.user = user;
   const int running = ++g_running;
-  for (int most = g_mostAtOnce; running > most && !g_mostAtOnce.compare_exchange_weak(most, running);) {
+  for (int most = g_mostAtOnce;
+       running > most && !g_mostAtOnce.compare_exchange_weak(most, running);) {
   }
   const harness::RunResult run = harness::RunTool(options);
   --g_running;
@@ -61,12 +62,13 @@ Outcome RunCommand(const std::string& command, const std::string& input, std::op
 
 Outcome Add(const std::string& name, std::optional<uid_t> user) {
   return RunCommand("schscan_str_args_add",
-             name + "\n1\ny\nn\nn\nn\nn\n1\n" + g_directory + "\nn\ny\n", user,
-             "schscan_msg_scanadded_success.\n");
+                    name + "\n1\ny\nn\nn\nn\nn\n1\n" + g_directory + "\nn\ny\n", user,
+                    "schscan_msg_scanadded_success.\n");
 }
 
 Outcome Delete(const std::string& name, std::optional<uid_t> user) {
-  return RunCommand("schscan_str_args_delete", name + "\n", user, "schscan_msg_scan_deleted_success.\n");
+  return RunCommand("schscan_str_args_delete", name + "\n", user,
+                    "schscan_msg_scan_deleted_success.\n");
 }
 
 void ExpectAllOk(const std::vector<std::vector<Outcome>>& outcomes) {
@@ -129,18 +131,18 @@ TEST(EightProcesses, DeleteTheirReportsAndKeepEveryoneElses) {
   std::vector<tagSCAN_REPORT_ENTRY> kept;
   for (int round = 0; round < 5; ++round) {
     for (uid_t user = 1001; user <= 1000 + kProcesses + 1; ++user) {
-      const auto entry = scan_service::MakeReportEntry(
-          "Scan" + std::to_string(user), "d" + std::to_string(round),
-          std::string(kReportsDir) + "/gone" + std::to_string(user) + "-" +
-              std::to_string(round) + ".rpt",
-          user);
+      const auto entry =
+          scan_service::MakeReportEntry("Scan" + std::to_string(user), "d" + std::to_string(round),
+                                        std::string(kReportsDir) + "/gone" + std::to_string(user) +
+                                            "-" + std::to_string(round) + ".rpt",
+                                        user);
       ASSERT_TRUE(scan_service::AppendReportEntry(entry));
       if (user == 1000 + kProcesses + 1) kept.push_back(entry);
     }
   }
   ExpectAllOk(AtOnce([](int i) {
     return std::vector{RunCommand("schscan_args_delrpt", "3\n", static_cast<uid_t>(1001 + i),
-                           "schscan_msg_rpt_deleted.\n")};
+                                  "schscan_msg_rpt_deleted.\n")};
   }));
   std::string index(8, '\0');
   index += std::string{static_cast<char>(kept.size()), 0, 0, 0} + std::string(7, '\0');

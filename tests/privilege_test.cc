@@ -52,8 +52,8 @@ void Install(const std::string& group) {
 }
 
 harness::RunResult RunInstalled(const std::string& word, const std::string& input,
-                       std::optional<uid_t> user,
-                       std::function<void(pid_t, const std::string&)> watch = {}) {
+                                std::optional<uid_t> user,
+                                std::function<void(pid_t, const std::string&)> watch = {}) {
   harness::RunOptions options;
   options.program = kInstalledTool;
   options.args = {word};
@@ -70,7 +70,8 @@ void ExpectRun(const std::string& word, const std::string& input, std::optional<
                const std::string& text) {
   const harness::RunResult run = RunInstalled(word, input, user);
   EXPECT_NE(run.output.find(text), std::string::npos)
-      << word << " as " << (user ? *user : 0) << ":\n" << run.output;
+      << word << " as " << (user ? *user : 0) << ":\n"
+      << run.output;
 }
 
 // A daily scan at 10:20:30 every 2 days, four options, report only, one
@@ -79,7 +80,9 @@ std::string AddInput(const std::string& name) {
   return name + "\n1\nn\n10\n20\n30\n2\nn\ny\ny\ny\ny\n4\n" + scantest::MakeDir("a") + "\nn\ny\n";
 }
 // Keeps everything but the recurrence, which becomes every 5 days.
-std::string ModifyInput(const std::string& name) { return name + "\nn\nn\nn\ny\n5\nn\nn\nn\nn\nn\n"; }
+std::string ModifyInput(const std::string& name) {
+  return name + "\nn\nn\nn\ny\n5\nn\nn\nn\nn\nn\n";
+}
 
 // The errno of opening `path` with `flags` as user `uid` without any group
 // of its own but its user id; 0 when it opened.
