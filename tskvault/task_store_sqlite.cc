@@ -70,7 +70,8 @@ T Narrow(std::int64_t value) {
 void CopyString(std::string_view stored, char* field, std::size_t fieldSize) {
   if (stored.size() >= fieldSize) Fail(SCHSCAN_ERR_LIST_OPERATION);
   std::memset(field, 0, fieldSize);
-  std::memcpy(field, stored.data(), stored.size());
+  // An empty value has no bytes to copy, and may have no address either.
+  if (!stored.empty()) std::memcpy(field, stored.data(), stored.size());
 }
 
 void CopyBytes(std::string_view stored, std::uint8_t* field, std::size_t fieldSize) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -223,6 +224,33 @@ TEST(TaskStoreRoundTrip, EveryFieldComesBackUnchanged) {
   ASSERT_TRUE(ReadScheduleScanTaskList(store.c_str(), list, kRoot, &code)) << code;
   ASSERT_EQ(list.size(), 2u);
   ExpectSameRecord(list[1], entry);
+}
+
+// A task list whose tables lost their checks (written by some other program)
+// may hold empty strings where the store never writes them: they read as
+// empty fields. Found by fuzzing: an empty value was copied from a null
+// address (undefined behaviour, caught by UBSan).
+TEST(TaskStoreForeignRows, EmptyStoredStringsReadAsEmptyFields) {
+  ScratchDirectory scratch;
+  const std::string store = scratch / "tsklst.inf";
+  std::ofstream(store).close();
+  for (const char* sql :
+       {"CREATE TABLE scans (id INTEGER PRIMARY KEY, name, owner, frequency, first_boot, hour,"
+        " minute, second, repeat_scan, recur_every, repeat_interval, repeat_unit, week_day,"
+        " reserved1, action, options, reserved2)",
+        "CREATE TABLE items (scan_id, position, path)", "PRAGMA user_version = 1",
+        "INSERT INTO scans VALUES (1, '', 0, 0, 0, 10, 0, 0, 0, 1, 0, 0, 0, zeroblob(2), 0, 0,"
+        " zeroblob(21))",
+        "INSERT INTO items VALUES (1, 0, x'')"}) {
+    ASSERT_EQ(tskvault_test::QueryStore(store, sql), "") << sql;
+  }
+  ScheduleScanList list;
+  std::uint32_t code = SCHSCAN_OK;
+  ASSERT_TRUE(ReadScheduleScanTaskList(store.c_str(), list, kRoot, &code)) << code;
+  ASSERT_EQ(list.size(), 1u);
+  EXPECT_EQ(list[0].szScanName[0], '\0');
+  ASSERT_EQ(list[0].vecScanItems.size(), 1u);
+  EXPECT_EQ(list[0].vecScanItems.PathAt(0)[0], '\0');
 }
 
 }  // namespace
