@@ -16,6 +16,14 @@ void InstallInterruptHandler();
 // Ends the process as an interrupt does. Used when standard input ends.
 [[noreturn]] void EndAsInterrupted();
 
+// Test hook for in-process fuzzing, never set by the tool: when set,
+// EndAsInterrupted calls it once the line break is written, instead of ending
+// the process. The hook must not return (a fuzz target throws from it, so that
+// the end of one input ends only that input's command); if it does, the
+// process ends as usual. The SIGINT handler never uses it.
+using EndOfInputHook = void (*)();
+void SetEndOfInputHookForTesting(EndOfInputHook hook);
+
 // Bracket every blocking read of standard input; BeginInputWait flushes
 // standard output and honours an interrupt that arrived since the last read.
 void BeginInputWait();
