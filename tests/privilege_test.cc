@@ -61,7 +61,7 @@ harness::RunResult RunInstalled(const std::string& word, const std::string& inpu
   options.user = user;
   options.watchOutput = std::move(watch);
   const harness::RunResult run = harness::RunTool(options);
-  EXPECT_EQ(run.exitStatus, 0) << run.output;
+  EXPECT_EQ(run.exitStatus, 0) << run.output.substr(0, 4096);
   return run;
 }
 
@@ -140,7 +140,13 @@ class Privileges : public testing::Test {
   }
 };
 
+// A sanitized tool cannot run setgid for an ordinary user: its leak check at
+// exit cannot inspect a process that is not dumpable, and ends it with status
+// 1 before standard output is written out.
+constexpr bool kSetgidRunsCleanly = !SCHSCAN_SANITIZED;
+
 TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
+  if (!kSetgidRunsCleanly) GTEST_SKIP() << "a sanitized tool cannot end cleanly as setgid";
   Install(std::to_string(kToolGroup));
   EXPECT_EQ(ModeAndGroup(kInstalledTool), "2755 54321");
   EXPECT_EQ(ModeAndGroup(kReportsDir), "2770 54321");
@@ -190,9 +196,10 @@ TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
 // any of its group ids. A report longer than the output pipe holds keeps the
 // pager running while its ids are read.
 TEST_F(Privileges, PagerRunsWithoutTheToolsGroup) {
+  if (!kSetgidRunsCleanly) GTEST_SKIP() << "a sanitized tool cannot end cleanly as setgid";
   Install(std::to_string(kToolGroup));
   scan_service::AddReport("NobodyScan", "d1", kNobody,
-                          "first line of the report\n" + std::string(4 << 20, 'x') + "\n");
+                          "first line of the report\n" + std::string(1 << 20, 'x') + "\n");
   std::string toolGroups;
   std::string pagerGroups;
   RunInstalled("--reports", "y\n1\n", kNobody, [&](pid_t tool, const std::string& output) {
