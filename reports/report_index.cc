@@ -1,5 +1,6 @@
 #include "reports/report_index.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "product_paths.h"
 #include "reports/report_entry_multiset.h"
@@ -182,7 +184,8 @@ bool CreateIndexIfMissing(const char* indexPath) {
 // Opens and locks the file that `indexPath` names once the lock is granted:
 // a rewriter that held the lock before may have renamed a new index in.
 // Returns the descriptor, or -1 with `resultCode` set.
-int OpenLockedIndex(const char* indexPath, struct stat* locked, std::uint32_t* resultCode) {
+int OpenLockedIndex(const char* indexPath, struct stat* locked, bool* lockGranted,
+                    std::uint32_t* resultCode) {
   for (;;) {
     if (!CreateIndexIfMissing(indexPath)) return -1;
     const int fd = open(indexPath, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
@@ -190,7 +193,7 @@ int OpenLockedIndex(const char* indexPath, struct stat* locked, std::uint32_t* r
       *resultCode = SCHSCAN_ERR_LIST_ACCESS;
       return -1;
     }
-    LockReportIndex(fd);  // a refused lock does not stop the rewrite
+    *lockGranted = LockReportIndex(fd) == 0;  // a refused lock does not stop the rewrite
     struct stat named {};
     if (fstat(fd, locked) != 0 || !S_ISREG(locked->st_mode)) {
       close(fd);
@@ -211,6 +214,22 @@ bool TakeOverAttributes(int fd, const struct stat& old) {
   return fchmod(fd, old.st_mode & 0777) == 0;
 }
 
+// Removes the temporary indexes that killed rewrites left behind. Only the
+// holder of the lock writes a temporary index, so while the lock is held
+// every other one is stale.
+void RemoveStaleTemporaries(const std::string& indexPath) {
+  const std::string prefix = "." + NameOf(indexPath) + ".";
+  DIR* directory = opendir(DirectoryOf(indexPath).c_str());
+  if (directory == nullptr) return;
+  while (const dirent* entry = readdir(directory)) {
+    const std::string_view name = entry->d_name;
+    if (name.size() == prefix.size() + 6 && name.substr(0, prefix.size()) == prefix) {
+      unlinkat(dirfd(directory), entry->d_name, 0);  // gone already is as good
+    }
+  }
+  closedir(directory);
+}
+
 // Makes the rename itself survive a crash; the new index is in place
 // whether or not this succeeds, so its result does not change the outcome.
 void SyncDirectory(const std::string& directory) {
@@ -229,8 +248,10 @@ template <typename Produce>
 bool RewriteIndex(const char* indexPath, std::uint32_t* resultCode, Produce&& produce) {
   *resultCode = SCHSCAN_OK;
   struct stat old {};
-  FileDescriptor index(OpenLockedIndex(indexPath, &old, resultCode));
+  bool lockGranted = false;
+  FileDescriptor index(OpenLockedIndex(indexPath, &old, &lockGranted, resultCode));
   if (!index.valid()) return false;
+  if (lockGranted) RemoveStaleTemporaries(indexPath);
   bool written = false;
   {
     TemporaryIndex temporary(indexPath);

@@ -141,6 +141,20 @@ TEST_F(ReportIndexTest, RewriteIsByteExactAndKeepsPermissions) {
   EXPECT_EQ(fs::directory_iterator(where_.directory)->path(), where_.indexPath);  // no leftovers
 }
 
+// A rewrite killed before its rename leaves its temporary index behind; the
+// next rewrite, holding the lock, removes it and nothing else.
+TEST_F(ReportIndexTest, RewriteRemovesTemporariesOfKilledRewrites) {
+  Append("old", 0);
+  const std::string stale = where_.directory + "/.schdmain.rpt.Ab3xY9";
+  const std::string kept[] = {where_.directory + "/.schdmain.rpt.keep",
+                              where_.directory + "/schd0101.rpt"};
+  for (const std::string& path : {stale, kept[0], kept[1]}) std::ofstream(path) << "x";
+  std::uint32_t code = 99;
+  ASSERT_TRUE(WriteReportIndexAt(Index(), {}, &code));
+  EXPECT_FALSE(fs::exists(stale));
+  for (const std::string& path : kept) EXPECT_TRUE(fs::exists(path)) << path;
+}
+
 TEST_F(ReportIndexTest, RewriteCreatesAMissingIndexAndReportsFailures) {
   std::uint32_t code = 99;
   ASSERT_TRUE(WriteReportIndexAt(Index(), {}, &code));
