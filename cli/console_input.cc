@@ -29,19 +29,29 @@ char DecideYesNo(const char* text) {
 
 }  // namespace
 
-void ReadLine(char* buffer, std::size_t size) {
+std::size_t ReadLine(char* buffer, std::size_t size) {
   std::memset(buffer, 0, size);
+  // Read character by character rather than with fgets, so that the count
+  // of a line that holds NUL characters is known.
+  std::size_t count = 0;
   BeginInputWait();
-  char* line = std::fgets(buffer, static_cast<int>(size), stdin);
+  while (count + 1 < size) {
+    const int c = std::getc(stdin);
+    if (c == EOF) break;
+    buffer[count++] = static_cast<char>(c);
+    if (c == '\n') break;
+  }
   EndInputWait();
-  if (line == nullptr) EndAsInterrupted();
+  if (count == 0) EndAsInterrupted();
+  return count;
 }
 
 void DiscardRestOfLine() {
   char chunk[kInputLineSize];
+  std::size_t count;
   do {
-    ReadLine(chunk, sizeof chunk);
-  } while (std::strchr(chunk, '\n') == nullptr);
+    count = ReadLine(chunk, sizeof chunk);
+  } while (chunk[count - 1] != '\n');
 }
 
 void ReadOneCharacter() {

@@ -8,8 +8,10 @@
 inline constexpr std::size_t kInputLineSize = 1024;
 
 // Clears `buffer` and reads one line into it (at most size - 1 characters,
-// the line feed included when it fits). Never returns at the end of input.
-void ReadLine(char* buffer, std::size_t size);
+// the line feed included when it fits). Returns how many characters were
+// read, at least one: a typed NUL character is read like any other, so the
+// text may end before the count does. Never returns at the end of input.
+std::size_t ReadLine(char* buffer, std::size_t size);
 
 // Discards the rest of a line whose beginning did not fit a buffer.
 void DiscardRestOfLine();

@@ -51,6 +51,23 @@ TEST(ReadNumber, LongLineIsReadInPieces) {
   EXPECT_EQ(value, 7);
 }
 
+// A typed NUL is a character of the line like any other. Found by fuzzing the
+// name prompt, which measured lines with strlen and took "ab<NUL>cd" for the
+// name "ab"; skipping the rest of a line stopped at no line feed behind a NUL.
+TEST(ReadLine, CountsNulCharactersAndStopsAfterTheLineFeed) {
+  FeedStandardInput(std::string("ab\0cd\n\0tail\nnext\nlast", 21));
+  char line[16];
+  ASSERT_EQ(ReadLine(line, sizeof line), 6u);
+  EXPECT_EQ(std::string(line, 6), std::string("ab\0cd\n", 6));
+  DiscardRestOfLine();  // "\0tail\n", and no more
+  ASSERT_EQ(ReadLine(line, 4), 3u);  // at most size - 1 characters
+  EXPECT_STREQ(line, "nex");
+  ASSERT_EQ(ReadLine(line, sizeof line), 2u);
+  EXPECT_STREQ(line, "t\n");
+  ASSERT_EQ(ReadLine(line, sizeof line), 4u);  // the last line, without a line feed
+  EXPECT_STREQ(line, "last");
+}
+
 TEST(ReadYesNo, Answers) {
   struct Case {
     const char* line;

@@ -47,12 +47,10 @@ bool PromptScanDirectory(const ScanItemList& items, char* item) {
   PrintText("schscan_msg_enter_dir");
   PrintLiteral(":");
   char line[kInputLineSize];
-  ReadLine(line, sizeof line);
+  const std::size_t count = ReadLine(line, sizeof line);
   // The rest of a line too long for one read is dropped rather than taken as
   // the answer to the next question.
-  if (std::strchr(line, '\n') == nullptr && std::strlen(line) == sizeof line - 1) {
-    DiscardRestOfLine();
-  }
+  if (count == sizeof line - 1 && line[count - 1] != '\n') DiscardRestOfLine();
 
   char path[SCAN_ITEM_SIZE] = {};
   const char* word = line;

@@ -79,8 +79,9 @@ void PrintPrompt(const NameUseTraits& traits) {
   }
 }
 
-bool HasOnlyNameCharacters(const char* line) {
-  return line[std::strspn(line, kScanNameChars)] == '\0';
+// A NUL character, which the set does not hold, stops strspn short too.
+bool HasOnlyNameCharacters(const char* line, std::size_t length) {
+  return std::strspn(line, kScanNameChars) == length;
 }
 
 }  // namespace
@@ -95,14 +96,13 @@ void PromptScanName(ScanNameUse use, char* name, std::uint32_t* resultCode) {
   for (;;) {
     std::memset(name, 0, SCAN_NAME_SIZE);
     PrintPrompt(traits);
-    ReadLine(line, kNameReadSize);
-    const std::size_t length = std::strlen(line);
+    const std::size_t length = ReadLine(line, kNameReadSize);
     if (length > kMaxNameLine) {
       PrintMessageLine("schscan_valid_scanname_length");
       if (line[length - 1] != '\n') DiscardRestOfLine();
       continue;
     }
-    if (!HasOnlyNameCharacters(line)) {
+    if (!HasOnlyNameCharacters(line, length)) {
       PrintMessageLine(kSpecialChar);
       continue;
     }
