@@ -1,0 +1,17 @@
+// The task store opening a file of arbitrary bytes as its task list: every
+// store call on it (listing, details, name checks, add, modify, delete) only
+// succeeds or fails. The seeds are real task lists, so mutations reach the
+// database's pages and schema as well as its header.
+#include <cstdint>
+#include <string>
+
+#include "fuzz/fuzz_support.h"
+#include "fuzz/store_exercise.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string path = fuzz::ScratchDir() + "/tsklst.inf";
+  fuzz::RemoveSideFiles(path);
+  fuzz::WriteFileOrDie(path, data, size);
+  fuzz::ExerciseStore(path);
+  return 0;
+}
