@@ -36,8 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     expectedItems.push_back(AsItemPath(lines[i]));
     items.AppendPath(lines[i].c_str());
   }
-  fuzz::Require(IsDuplicateDirectory(path.c_str(), items) ==
-                    fuzz::ExpectedDuplicate(path, expectedItems),
-                "IsDuplicateDirectory disagrees with the duplicate rules");
+  fuzz::Require(
+      IsDuplicateDirectory(path.c_str(), items) == fuzz::ExpectedDuplicate(path, expectedItems),
+      "IsDuplicateDirectory disagrees with the duplicate rules");
   return 0;
 }

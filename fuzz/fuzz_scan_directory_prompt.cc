@@ -21,8 +21,14 @@
 namespace {
 
 const std::vector<std::vector<std::string>> kListedDirectories = {
-    {}, {"/usr"}, {"/usr/"}, {"/"}, {"/tmp", "/var/", "/usr/share"}, {"/etc", "/e"},
-    {"/tmp/"}, {"/usr/lib", "/usr/bin", "/usr/sbin", "/usr/include"},
+    {},
+    {"/usr"},
+    {"/usr/"},
+    {"/"},
+    {"/tmp", "/var/", "/usr/share"},
+    {"/etc", "/e"},
+    {"/tmp/"},
+    {"/usr/lib", "/usr/bin", "/usr/sbin", "/usr/include"},
 };
 
 bool IsAllZero(const char* buffer, std::size_t size) {

@@ -1,6 +1,7 @@
 #include "fuzz/fuzz_support.h"
 
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -229,8 +230,11 @@ void FeedStandardInput(const std::uint8_t* data, std::size_t size) {
     if (n <= 0) Die("pwrite stdin");
     done += static_cast<std::size_t>(n);
   }
-  // Drops what the stream buffered from the previous input.
-  if (std::fseek(stdin, 0, SEEK_SET) != 0) Die("fseek stdin");
+  // Drops what the stream buffered from the previous input: fseek alone
+  // would keep the buffer when the new position lies inside it (a command
+  // that ended before the end of its input), and hand the old bytes out again.
+  __fpurge(stdin);
+  if (lseek(STDIN_FILENO, 0, SEEK_SET) != 0) Die("lseek stdin");
   std::clearerr(stdin);
 }
 
