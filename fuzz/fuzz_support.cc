@@ -183,7 +183,15 @@ void CopyCatalogue() {
   if (!FileExists(LANG_MO_FILE)) return;
   const std::string directory = std::string(kCatalogueDir) + "/en_US/LC_MESSAGES";
   fs::create_directories(directory);
-  WriteFileWithMode(directory + "/lang.mo", ReadFileOrDie(LANG_MO_FILE), 0644);
+  // Replaced by a rename, never rewritten in place: other processes of the
+  // build (the prompt targets) may have the catalogue mapped, and a mapped
+  // file cut short kills them with SIGBUS.
+  const std::string path = directory + "/lang.mo";
+  const std::string contents = ReadFileOrDie(LANG_MO_FILE);
+  if (FileExists(path) && ReadFileOrDie(path) == contents) return;
+  const std::string temporary = path + "." + std::to_string(getpid());
+  WriteFileWithMode(temporary, contents, 0644);
+  if (rename(temporary.c_str(), path.c_str()) != 0) Die("rename " + temporary);
 #endif
 }
 
