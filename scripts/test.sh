@@ -28,3 +28,6 @@ cmake --build build-asan -j"$jobs"
 echo "==> Running the test suite under the sanitizers"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan --output-on-failure -j"$jobs" -E '^debian_package$'
+
+echo "==> Fuzzing smoke run (every target a few seconds)"
+bash fuzz/run_smoke.sh 4
