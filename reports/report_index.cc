@@ -218,7 +218,9 @@ bool TakeOverAttributes(int fd, const struct stat& old) {
 // holder of the lock writes a temporary index, so while the lock is held
 // every other one is stale.
 void RemoveStaleTemporaries(const std::string& indexPath) {
-  const std::string prefix = "." + NameOf(indexPath) + ".";
+  std::string prefix = NameOf(indexPath);  // ".NAME.", built in place: GCC 12 misreads
+  prefix.insert(prefix.begin(), '.');      // the concatenation of temporaries
+  prefix.push_back('.');
   DIR* directory = opendir(DirectoryOf(indexPath).c_str());
   if (directory == nullptr) return;
   while (const dirent* entry = readdir(directory)) {
