@@ -10,6 +10,7 @@
 #include "product_paths.h"
 #include "reports/report_index.h"
 #include "reports/report_pager.h"
+#include "schedule/wizard_questions.h"
 #include "taskstore/result_codes.h"
 
 namespace {
@@ -57,20 +58,6 @@ std::vector<std::uint64_t> ListReports(ReportIndexReader& index, std::uint32_t c
   return rows;
 }
 
-// Asks until the answer is yes or no.
-bool WantsToViewAReport() {
-  for (;;) {
-    PrintLiteral("\n");
-    PrintText("schscan_confirm_view_report");
-    PrintLiteral(":");
-    char answer = 0;
-    ReadYesNo(&answer, 'Y');
-    if (answer == 'Y' || answer == 'y') return true;
-    if (answer == 'N' || answer == 'n') return false;
-    PrintMessageLine("schscan_valid_options");
-  }
-}
-
 // Asks until the answer is the number of a row of the table.
 std::size_t ReadReportNumber(std::size_t rows) {
   for (;;) {
@@ -100,7 +87,7 @@ bool ViewScanReports(std::uint32_t* resultCode) {
     PrintMessageLine("schscan_msg_noreportstoview");
     return true;
   }
-  if (!WantsToViewAReport()) return true;
+  if (!AskYesNo({"\n", TextKey("schscan_confirm_view_report"), ":"})) return true;
   const std::size_t number = ReadReportNumber(rows.size());
   // The chosen row's entry, from the same open file as the table. Any path is
   // shown, however long or strange: it reaches the pager as one argument,
