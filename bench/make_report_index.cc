@@ -17,7 +17,7 @@
 #include <string>
 
 #include "product_paths.h"
-#include "tests/scan_service_appender.h"
+#include "testing/lock_free_appender.h"
 
 namespace {
 

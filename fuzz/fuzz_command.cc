@@ -10,8 +10,8 @@
 
 #include <cstdint>
 
-#include "cli/dispatch.h"
-#include "cli/message_catalogue.h"
+#include "app/dispatch.h"
+#include "console/message_catalogue.h"
 #include "fuzz/fuzz_support.h"
 
 #ifndef SCHSCAN_FUZZ_COMMAND

@@ -7,7 +7,7 @@
 
 #include "fuzz/directory_rules.h"
 #include "fuzz/fuzz_support.h"
-#include "schedule/scan_directory_prompt.h"
+#include "commands/scan_directory_prompt.h"
 #include "taskstore/schedule_scan_entry.h"
 
 namespace {

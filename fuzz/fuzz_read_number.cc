@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/console_input.h"
+#include "console/console_input.h"
 #include "fuzz/fuzz_support.h"
 
 namespace {

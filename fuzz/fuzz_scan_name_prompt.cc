@@ -12,7 +12,7 @@
 #include <string>
 
 #include "fuzz/fuzz_support.h"
-#include "schedule/scan_name_prompt.h"
+#include "commands/scan_name_prompt.h"
 #include "taskstore/result_codes.h"
 #include "taskstore/schedule_scan_entry.h"
 #include "taskstore/task_store.h"

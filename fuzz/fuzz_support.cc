@@ -14,7 +14,7 @@
 #include <initializer_list>
 #include <vector>
 
-#include "cli/interrupt.h"
+#include "console/interrupt.h"
 #include "product_paths.h"
 #include "reports/report_index.h"
 #include "taskstore/result_codes.h"

@@ -18,7 +18,7 @@
 #include <string>
 
 #include "taskstore/result_codes.h"
-#include "tests/scan_service_appender.h"
+#include "testing/lock_free_appender.h"
 
 namespace {
 

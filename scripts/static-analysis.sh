@@ -6,8 +6,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build_dir=${1:-build-test}
 
-mapfile -t sources < <(git ls-files 'cli/*.cc' 'taskstore/*.cc' 'tskvault/*.cc' \
-                                    'schedule/*.cc' 'reports/*.cc' | grep -v '_test\.cc$')
+mapfile -t sources < <(git ls-files 'app/*.cc' 'console/*.cc' 'commands/*.cc' 'reports/*.cc' \
+                                    'taskstore/*.cc' 'tskvault/*.cc' 'service/*.cc' | grep -v '_test\.cc$')
 echo "==> clang-tidy on ${#sources[@]} files"
 printf '%s\n' "${sources[@]}" |
   xargs -n 4 -P "$(nproc)" clang-tidy -p "$build_dir" --quiet 2> >(grep -v 'warnings generated' >&2)

@@ -9,7 +9,7 @@
 #include <map>
 
 #include "product_paths.h"
-#include "tests/scan_test_support.h"
+#include "testing/scan_fixtures.h"
 
 namespace {
 

@@ -81,7 +81,7 @@ std::string CommandOutput(const std::string& command) {
 
 std::string ToolSources() {
   std::string files;
-  for (const char* dir : {"cli", "schedule", "reports"}) {
+  for (const char* dir : {"app", "console", "commands", "reports"}) {
     for (const auto& entry : fs::directory_iterator(fs::path(SOURCE_DIR) / dir)) {
       const std::string name = entry.path().filename();
       if (entry.path().extension() == ".cc" && name.find("_test") == std::string::npos)

@@ -15,8 +15,8 @@
 
 #include "product_paths.h"
 #include "tests/harness.h"
-#include "tests/scan_service_appender.h"
-#include "tests/scan_test_support.h"
+#include "testing/lock_free_appender.h"
+#include "testing/scan_fixtures.h"
 
 namespace {
 

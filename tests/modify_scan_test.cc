@@ -8,7 +8,7 @@
 #include <functional>
 
 #include "product_paths.h"
-#include "tests/scan_test_support.h"
+#include "testing/scan_fixtures.h"
 
 namespace {
 

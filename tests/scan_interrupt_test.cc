@@ -2,7 +2,7 @@
 // ends the tool with a line break and exit status 0, and stores nothing.
 #include <gtest/gtest.h>
 
-#include "tests/scan_test_support.h"
+#include "testing/scan_fixtures.h"
 
 namespace {
 

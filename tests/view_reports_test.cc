@@ -11,7 +11,7 @@
 
 #include "product_paths.h"
 #include "tests/harness.h"
-#include "tests/scan_service_appender.h"
+#include "testing/lock_free_appender.h"
 
 namespace {
 

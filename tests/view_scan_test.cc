@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 #include "product_paths.h"
-#include "tests/scan_test_support.h"
+#include "testing/scan_fixtures.h"
 
 namespace {
 

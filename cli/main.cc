@@ -1,3 +1,0 @@
-#include "cli/dispatch.h"
-
-int main(int argc, char** argv) { return RunCommandLine(argc, argv); }
