@@ -6,7 +6,7 @@
 
 #include "console/message_print.h"
 #include "product_paths.h"
-#include "commands/scan_detail_table.h"
+#include "commands/scan_details.h"
 #include "commands/scan_name_prompt.h"
 #include "commands/scan_settings_prompts.h"
 #include "console/questions.h"

@@ -4,12 +4,12 @@
 
 #include <cstring>
 
+#include "commands/scan_name_prompt.h"
 #include "console/console_input.h"
 #include "console/message_print.h"
-#include "product_paths.h"
-#include "reports/report_file_remover.h"
+#include "console/questions.h"
 #include "reports/report_index.h"
-#include "commands/scan_name_prompt.h"
+#include "reports/reports_directory.h"
 #include "taskstore/result_codes.h"
 #include "taskstore/schedule_scan_entry.h"
 
@@ -21,33 +21,6 @@ enum Choice : std::int32_t {
   kAll = 3,
   kLeave = 4,
 };
-
-void PrintMenu() {
-  PrintText("schscan_str_deletereports");
-  PrintLiteral(":\n");
-  PrintLiteral("\t1. ");
-  PrintMessageLine("schscan_str_deltereportsforschedulescan");
-  PrintLiteral("\t2. ");
-  PrintMessageLine("schscan_str_verbosedelete");
-  PrintLiteral("\t3. ");
-  PrintMessageLine("schscan_str_deleteall");
-  PrintLiteral("\t4. ");
-  PrintMessageLine("schscan_str_exit");
-}
-
-std::int32_t ReadChoice() {
-  for (;;) {
-    PrintText("cli_usrInput_menuNumber");
-    std::int32_t choice = 0;
-    if (!ReadNumber(&choice)) {
-      PrintMessageLine("schscan_valid_number_int");
-    } else if (choice < kOneScan || choice > kLeave) {
-      PrintMessageLine("schscan_valid_menunumber");
-    } else {
-      return choice;
-    }
-  }
-}
 
 // Shows the entry and asks until the answer is yes or no.
 bool ConfirmDeletion(const tagSCAN_REPORT_ENTRY& entry) {
@@ -87,8 +60,11 @@ bool ShouldDelete(std::int32_t choice, const tagSCAN_REPORT_ENTRY& entry, const 
 bool DeleteScanReports(std::uint32_t* resultCode) {
   if (resultCode == nullptr) return false;
   *resultCode = SCHSCAN_OK;
-  PrintMenu();
-  const std::int32_t choice = ReadChoice();
+  constexpr const char* kChoices[] = {
+      TextKey("schscan_str_deltereportsforschedulescan"), TextKey("schscan_str_verbosedelete"),
+      TextKey("schscan_str_deleteall"), TextKey("schscan_str_exit")};
+  PrintMenu("", TextKey("schscan_str_deletereports"), kChoices);
+  const std::int32_t choice = AskNumber(kMenuNumberPrompt, kOneScan, kLeave, kMenuNumberError);
   if (choice == kLeave) return true;
   char scanName[SCAN_NAME_SIZE] = {};
   if (choice == kOneScan) PromptScanName(ScanNameUse::kDeleteReports, scanName, resultCode);
@@ -101,22 +77,23 @@ bool DeleteScanReports(std::uint32_t* resultCode) {
   }
   const std::uint32_t caller = getuid();
   // Each deleted entry loses its file at once; the index is rewritten once,
-  // at the end, less exactly the entries deleted here.
-  ReportFileRemover remover(kReportsDir);
-  ReportEntryRefs deleted;
-  for (const tagSCAN_REPORT_ENTRY& entry : reports) {
+  // at the end, less exactly the entries taken out here.
+  ReportsDirectory directory;
+  for (std::size_t i = 0; i < reports.size(); ++i) {
+    const tagSCAN_REPORT_ENTRY& entry = reports[i];
     if (caller != 0 && entry.dwUserId != caller) continue;
     if (!ShouldDelete(choice, entry, scanName)) continue;
-    remover.Remove(FieldText(entry.szReportPath).c_str());
-    deleted.push_back(&entry);
+    directory.RemoveReport(FieldText(entry.szReportPath).c_str());
+    reports.TakeOut(i);
   }
 
-  if (deleted.empty()) {
+  const std::size_t deleted = reports.TakenOut().size();
+  if (deleted == 0) {
     if (choice != kOneByOne) PrintMessageLine("schscan_msg_norptfound");
     return true;
   }
-  if (!WriteReportIndexWithout(deleted, resultCode)) return false;
-  PrintFormatD("schscan_msg_rpt_deleted", static_cast<int>(deleted.size()));
+  if (!WriteReportIndex(reports, resultCode)) return false;
+  PrintFormatD("schscan_msg_rpt_deleted", static_cast<int>(deleted));
   PrintLiteral(".\n");
   return true;
 }

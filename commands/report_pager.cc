@@ -2,14 +2,12 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
-#include "reports/report_file_remover.h"
 
 namespace {
 
@@ -48,23 +46,6 @@ class KeyDispositions {
 
 bool HasExtraPrivileges() { return getegid() != getgid() || geteuid() != getuid(); }
 
-// The report opened for reading with the tool's privileges, or -1: only a
-// regular file directly inside the reports directory, no link followed.
-int OpenPlainReport(const char* reportPath, const char* reportsDirectory) {
-  const char* name = PlainReportFileName(reportPath, reportsDirectory);
-  if (name == nullptr) return -1;
-  const int directory = open(reportsDirectory, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (directory < 0) return -1;
-  int report = openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  close(directory);
-  struct stat status {};
-  if (report >= 0 && (fstat(report, &status) != 0 || !S_ISREG(status.st_mode))) {
-    close(report);
-    report = -1;
-  }
-  return report;
-}
-
 // In the child, between fork and exec: async-signal-safe calls only.
 // `report` is the opened report to page from standard input, or -1 to hand
 // the pager `reportPath`.
@@ -90,12 +71,12 @@ int OpenPlainReport(const char* reportPath, const char* reportsDirectory) {
 
 }  // namespace
 
-void ShowReportInPager(const char* reportPath, const char* reportsDirectory) {
+void ShowReportInPager(const char* reportPath, ReportsDirectory& reports) {
   const char* pager = FindPager();
   if (pager == nullptr) return;
   int report = -1;
   if (HasExtraPrivileges()) {
-    report = OpenPlainReport(reportPath, reportsDirectory);
+    report = reports.OpenReport(reportPath);
     if (report < 0) return;
   }
   std::fflush(stdout);

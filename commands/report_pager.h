@@ -1,6 +1,8 @@
 // Shows one report file through the system pager.
 #pragma once
 
+#include "reports/reports_directory.h"
+
 // Runs `more` by its absolute path, waits for it and ignores how it ended.
 // No shell ever sees the path. The pager runs with the user's own ids: it can
 // start a shell, so it never gets the group (or user) that an installed,
@@ -11,8 +13,8 @@
 //
 // A tool without extra privileges hands `reportPath` to the pager as its one
 // argument, whatever the path holds. A privileged tool opens the report
-// itself, only when it is a regular file named by `reportsDirectory`, "/" and
-// a plain file name (no link followed), and gives it to the pager as standard
-// input: the user may not be able to reach the directory without the tool's
-// group, and must not use the tool to read any other file.
-void ShowReportInPager(const char* reportPath, const char* reportsDirectory);
+// itself through `reports` (a regular file directly inside the reports
+// directory) and gives it to the pager as standard input: the user may not be
+// able to reach the directory without the tool's group, and must not use the
+// tool to read any other file.
+void ShowReportInPager(const char* reportPath, ReportsDirectory& reports);

@@ -1,32 +1,8 @@
 #include "commands/scan_settings_prompts.h"
 
-#include <cstdio>
-#include <span>
-
+#include "commands/scan_directory_prompt.h"
 #include "console/console_input.h"
 #include "console/message_print.h"
-#include "commands/scan_directory_prompt.h"
-
-namespace {
-
-// Writes "\n", the title, ":\n" and one line per choice: "\t1. ", the text of
-// the choice, ".\n".
-void PrintMenu(const char* title, std::span<const char* const> choices) {
-  PrintLiteral("\n");
-  PrintText(title);
-  PrintLiteral(":\n");
-  for (std::size_t i = 0; i < choices.size(); ++i) {
-    char number[32];
-    std::snprintf(number, sizeof number, "\t%zu. ", i + 1);
-    PrintLiteral(number);
-    PrintMessageLine(choices[i]);
-  }
-}
-
-constexpr WizardText kMenuPrompt = {"", TextKey("cli_usrInput_menuNumber"), ""};
-constexpr WizardText kMenuNumberError = {"", TextKey("schscan_valid_menunumber"), ".\n"};
-
-}  // namespace
 
 constexpr WizardTexts kAddWizardTexts = {
     TextKey("schscan_msg_scan_frequency"),
@@ -55,8 +31,8 @@ constexpr WizardTexts kModifyWizardTexts = {
 std::uint8_t AskFrequency(const WizardTexts& texts) {
   constexpr const char* kChoices[] = {TextKey("schscan_msg_dailyscan"),
                                       TextKey("schscan_msg_weeklyscan")};
-  PrintMenu(texts.frequencyTitle, kChoices);
-  return AskNumber(kMenuPrompt, 1, 2, kMenuNumberError) == 1 ? FREQ_DAILY : FREQ_WEEKLY;
+  PrintMenu("\n", texts.frequencyTitle, kChoices);
+  return AskNumber(kMenuNumberPrompt, 1, 2, kMenuNumberError) == 1 ? FREQ_DAILY : FREQ_WEEKLY;
 }
 
 std::uint8_t AskWeekDay(const WizardTexts& texts) {
@@ -97,7 +73,7 @@ void AskRepeatInterval(const WizardTexts& texts, tagSCHEDULE_SCAN_ENTRY& entry) 
   PrintLiteral("\n\t2. ");
   PrintText("schscan_str_minute");
   PrintLiteral("\n");
-  if (AskNumber(kMenuPrompt, 1, 2, texts.repeatUnitError) == 1) {
+  if (AskNumber(kMenuNumberPrompt, 1, 2, texts.repeatUnitError) == 1) {
     entry.byRepeatUnit = REPEAT_UNIT_HOURS;
     entry.nRepeatInterval = static_cast<std::int16_t>(
         AskNumber(texts.repeatHoursPrompt, 1, 23, texts.repeatHoursRangeError));
@@ -131,8 +107,8 @@ std::int16_t AskScanAction() {
   constexpr const char* kChoices[] = {
       TextKey("schscan_msg_repaironly"), TextKey("schscan_msg_repairdelete"),
       TextKey("schscan_msg_delete"), TextKey("schscan_msg_reportonly")};
-  PrintMenu(TextKey("schscan_msg_scan_action"), kChoices);
-  return static_cast<std::int16_t>(AskNumber(kMenuPrompt, 1, 4, kMenuNumberError) - 1);
+  PrintMenu("\n", TextKey("schscan_msg_scan_action"), kChoices);
+  return static_cast<std::int16_t>(AskNumber(kMenuNumberPrompt, 1, 4, kMenuNumberError) - 1);
 }
 
 void AskDirectories(ScanItemList& items) {

@@ -10,14 +10,14 @@
 
 struct WizardTexts {
   const char* frequencyTitle;  // title of the frequency menu
-  WizardText weekDayRangeError;
+  QuestionText weekDayRangeError;
   const char* scanTimeLead;  // written before the scan time heading
-  WizardText minuteRangeError;
+  QuestionText minuteRangeError;
   const char* weeklyRecurrenceLead;  // written before the weekly recurrence prompt
   const char* repeatUnitTitle;       // title of the repeat unit menu
-  WizardText repeatUnitError;        // a number that is not on that menu
-  WizardText repeatHoursPrompt;
-  WizardText repeatHoursRangeError;
+  QuestionText repeatUnitError;        // a number that is not on that menu
+  QuestionText repeatHoursPrompt;
+  QuestionText repeatHoursRangeError;
 };
 
 extern const WizardTexts kAddWizardTexts;

@@ -2,15 +2,16 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <vector>
 
-#include "console/console_input.h"
+#include "commands/report_pager.h"
 #include "console/message_catalogue.h"
 #include "console/message_print.h"
-#include "product_paths.h"
-#include "reports/report_index.h"
-#include "commands/report_pager.h"
 #include "console/questions.h"
+#include "reports/report_index.h"
+#include "reports/reports_directory.h"
 #include "taskstore/result_codes.h"
 
 namespace {
@@ -58,43 +59,30 @@ std::vector<std::uint64_t> ListReports(ReportIndexReader& index, std::uint32_t c
   return rows;
 }
 
-// Asks until the answer is the number of a row of the table.
-std::size_t ReadReportNumber(std::size_t rows) {
-  for (;;) {
-    PrintLiteral("\n");
-    PrintText("schscan_msg_enter_rptno");
-    PrintLiteral(":");
-    std::int32_t number = 0;
-    if (!ReadNumber(&number)) {
-      PrintMessageLine("schscan_valid_number_int");
-    } else if (number < 1 || static_cast<std::size_t>(number) > rows) {
-      PrintMessageLine("schscan_valid_rptno");
-    } else {
-      return static_cast<std::size_t>(number);
-    }
-  }
-}
-
 }  // namespace
 
 bool ViewScanReports(std::uint32_t* resultCode) {
   if (resultCode == nullptr) return false;
   *resultCode = SCHSCAN_OK;
   ReportIndexReader index;
-  if (!index.Open(kReportIndexPath, resultCode)) return false;
+  if (!index.Open(resultCode)) return false;
   const std::vector<std::uint64_t> rows = ListReports(index, getuid());
   if (rows.empty()) {
     PrintMessageLine("schscan_msg_noreportstoview");
     return true;
   }
   if (!AskYesNo({"\n", TextKey("schscan_confirm_view_report"), ":"})) return true;
-  const std::size_t number = ReadReportNumber(rows.size());
+  const std::int32_t number =
+      AskNumber({"\n", TextKey("schscan_msg_enter_rptno"), ":"}, 1,
+                static_cast<std::int32_t>(std::min<std::size_t>(rows.size(), INT32_MAX)),
+                {"", TextKey("schscan_valid_rptno"), ".\n"});
   // The chosen row's entry, from the same open file as the table. Any path is
   // shown, however long or strange: it reaches the pager as one argument,
   // never through a shell.
   tagSCAN_REPORT_ENTRY entry;
-  if (index.ReadAgain(rows[number - 1], &entry)) {
-    ShowReportInPager(FieldText(entry.szReportPath).c_str(), kReportsDir);
+  ReportsDirectory reports;
+  if (index.ReadAgain(rows[static_cast<std::size_t>(number) - 1], &entry)) {
+    ShowReportInPager(FieldText(entry.szReportPath).c_str(), reports);
   }
   return true;
 }

@@ -9,7 +9,7 @@
 #include "console/message_catalogue.h"
 #include "console/message_print.h"
 #include "product_paths.h"
-#include "commands/scan_detail_table.h"
+#include "commands/scan_details.h"
 #include "console/questions.h"
 #include "taskstore/result_codes.h"
 #include "taskstore/task_store.h"

@@ -16,7 +16,6 @@ volatile sig_atomic_t g_waitingForInput = 0;
 volatile sig_atomic_t g_interruptPending = 0;
 const char* g_lineBreakText = "\n";
 size_t g_lineBreakLength = 1;
-EndOfInputHook g_endOfInputHook = nullptr;
 
 void WriteAll(const char* text, size_t length) {
   while (length > 0) {
@@ -56,11 +55,8 @@ void EndAsInterrupted() {
   // use; like Ctrl-C, the process ends without exit handlers (a sanitized
   // build's leak check among them), once standard output is written out.
   std::fflush(stdout);
-  if (g_endOfInputHook != nullptr) g_endOfInputHook();
   _exit(0);
 }
-
-void SetEndOfInputHookForTesting(EndOfInputHook hook) { g_endOfInputHook = hook; }
 
 void BeginInputWait() {
   std::fflush(stdout);

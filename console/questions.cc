@@ -1,9 +1,11 @@
 #include "console/questions.h"
 
+#include <cstdio>
+
 #include "console/console_input.h"
 #include "console/message_print.h"
 
-void PrintWizardText(const WizardText& text) {
+void PrintQuestionText(const QuestionText& text) {
   PrintLiteral(text.before);
   if (text.keyIsFormat) {
     PrintFormat0(text.key);
@@ -13,24 +15,36 @@ void PrintWizardText(const WizardText& text) {
   PrintLiteral(text.after);
 }
 
-std::int32_t AskNumber(const WizardText& prompt, std::int32_t minimum, std::int32_t maximum,
-                       const WizardText& rangeError) {
+void PrintMenu(const char* lead, const char* title, std::span<const char* const> choices) {
+  PrintLiteral(lead);
+  PrintText(title);
+  PrintLiteral(":\n");
+  for (std::size_t i = 0; i < choices.size(); ++i) {
+    char number[32];
+    std::snprintf(number, sizeof number, "\t%zu. ", i + 1);
+    PrintLiteral(number);
+    PrintMessageLine(choices[i]);
+  }
+}
+
+std::int32_t AskNumber(const QuestionText& prompt, std::int32_t minimum, std::int32_t maximum,
+                       const QuestionText& rangeError) {
   for (;;) {
-    PrintWizardText(prompt);
+    PrintQuestionText(prompt);
     std::int32_t value = 0;
     if (!ReadNumber(&value)) {
       PrintMessageLine("schscan_valid_number_int");
     } else if (value < minimum || value > maximum) {
-      PrintWizardText(rangeError);
+      PrintQuestionText(rangeError);
     } else {
       return value;
     }
   }
 }
 
-bool AskYesNo(const WizardText& question) {
+bool AskYesNo(const QuestionText& question) {
   for (;;) {
-    PrintWizardText(question);
+    PrintQuestionText(question);
     char answer = 0;
     ReadYesNo(&answer, 'Y');
     if (answer == 'Y' || answer == 'y') return true;

@@ -12,12 +12,16 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "product_paths.h"
-#include "reports/report_entry_multiset.h"
 #include "taskstore/result_codes.h"
 
 namespace {
+
+std::string_view BytesOf(const tagSCAN_REPORT_ENTRY& entry) {
+  return {reinterpret_cast<const char*>(&entry), sizeof entry};
+}
 
 // Entries are read and written in chunks of this many.
 constexpr std::size_t kChunkEntries = 64;
@@ -134,23 +138,15 @@ class EntryWriter {
   off_t offset_ = REPORT_ENTRIES_OFFSET;
 };
 
-std::string DirectoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-std::string NameOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
+// Temporary indexes are ".schdmain.rpt." and six random characters.
+std::string TemporaryPrefix() { return std::string(".") + kReportIndexName + "."; }
 
 // The new index, written beside the old one and renamed over it; removed
 // again unless it was renamed.
 class TemporaryIndex {
  public:
-  explicit TemporaryIndex(const std::string& indexPath)
-      : path_(DirectoryOf(indexPath) + "/." + NameOf(indexPath) + ".XXXXXX"),
+  TemporaryIndex()
+      : path_(std::string(kReportsDir) + "/" + TemporaryPrefix() + "XXXXXX"),
         fd_(mkostemp(path_.data(), O_CLOEXEC)) {}
   TemporaryIndex(const TemporaryIndex&) = delete;
   TemporaryIndex& operator=(const TemporaryIndex&) = delete;
@@ -159,8 +155,8 @@ class TemporaryIndex {
   }
   int fd() const { return fd_.get(); }
   bool valid() const { return fd_.valid(); }
-  bool RenameOver(const char* indexPath) {
-    renamed_ = rename(path_.c_str(), indexPath) == 0;
+  bool RenameOverIndex() {
+    renamed_ = rename(path_.c_str(), kReportIndexPath) == 0;
     return renamed_;
   }
 
@@ -174,21 +170,20 @@ class TemporaryIndex {
 // by opening, with the effective ids, as every later step is: an installed
 // tool reaches the reports directory through its group, which access() and
 // its real ids would not count.
-bool CreateIndexIfMissing(const char* indexPath) {
+bool CreateIndexIfMissing() {
   FileDescriptor created(
-      open(indexPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kNewIndexMode));
+      open(kReportIndexPath, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kNewIndexMode));
   if (!created.valid()) return errno == EEXIST;  // another process was first
   return fchmod(created.get(), kNewIndexMode) == 0;
 }
 
-// Opens and locks the file that `indexPath` names once the lock is granted:
+// Opens and locks the file that the index path names once the lock is granted:
 // a rewriter that held the lock before may have renamed a new index in.
 // Returns the descriptor, or -1 with `resultCode` set.
-int OpenLockedIndex(const char* indexPath, struct stat* locked, bool* lockGranted,
-                    std::uint32_t* resultCode) {
+int OpenLockedIndex(struct stat* locked, bool* lockGranted, std::uint32_t* resultCode) {
   for (;;) {
-    if (!CreateIndexIfMissing(indexPath)) return -1;
-    const int fd = open(indexPath, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (!CreateIndexIfMissing()) return -1;
+    const int fd = open(kReportIndexPath, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd < 0) {
       *resultCode = SCHSCAN_ERR_LIST_ACCESS;
       return -1;
@@ -200,7 +195,7 @@ int OpenLockedIndex(const char* indexPath, struct stat* locked, bool* lockGrante
       *resultCode = SCHSCAN_ERR_LIST_ACCESS;
       return -1;
     }
-    if (lstat(indexPath, &named) == 0 && named.st_dev == locked->st_dev &&
+    if (lstat(kReportIndexPath, &named) == 0 && named.st_dev == locked->st_dev &&
         named.st_ino == locked->st_ino)
       return fd;
     close(fd);  // releases the lock on the replaced file
@@ -217,11 +212,9 @@ bool TakeOverAttributes(int fd, const struct stat& old) {
 // Removes the temporary indexes that killed rewrites left behind. Only the
 // holder of the lock writes a temporary index, so while the lock is held
 // every other one is stale.
-void RemoveStaleTemporaries(const std::string& indexPath) {
-  std::string prefix = NameOf(indexPath);  // ".NAME.", built in place: GCC 12 misreads
-  prefix.insert(prefix.begin(), '.');      // the concatenation of temporaries
-  prefix.push_back('.');
-  DIR* directory = opendir(DirectoryOf(indexPath).c_str());
+void RemoveStaleTemporaries() {
+  const std::string prefix = TemporaryPrefix();
+  DIR* directory = opendir(kReportsDir);
   if (directory == nullptr) return;
   while (const dirent* entry = readdir(directory)) {
     const std::string_view name = entry->d_name;
@@ -234,8 +227,8 @@ void RemoveStaleTemporaries(const std::string& indexPath) {
 
 // Makes the rename itself survive a crash; the new index is in place
 // whether or not this succeeds, so its result does not change the outcome.
-void SyncDirectory(const std::string& directory) {
-  FileDescriptor dir(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+void SyncReportsDirectory() {
+  FileDescriptor dir(open(kReportsDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (dir.valid() && fsync(dir.get()) != 0) {
     // Nothing to undo: the rename has been made.
   }
@@ -247,23 +240,23 @@ void SyncDirectory(const std::string& directory) {
 // file replaces the index by a rename. Readers see the old or the new index,
 // never a part of one.
 template <typename Produce>
-bool RewriteIndex(const char* indexPath, std::uint32_t* resultCode, Produce&& produce) {
+bool RewriteIndex(std::uint32_t* resultCode, Produce&& produce) {
   *resultCode = SCHSCAN_OK;
   struct stat old {};
   bool lockGranted = false;
-  FileDescriptor index(OpenLockedIndex(indexPath, &old, &lockGranted, resultCode));
+  FileDescriptor index(OpenLockedIndex(&old, &lockGranted, resultCode));
   if (!index.valid()) return false;
-  if (lockGranted) RemoveStaleTemporaries(indexPath);
+  if (lockGranted) RemoveStaleTemporaries();
   bool written = false;
   {
-    TemporaryIndex temporary(indexPath);
+    TemporaryIndex temporary;
     if (temporary.valid() && TakeOverAttributes(temporary.fd(), old)) {
       EntryWriter writer(temporary.fd());
       written = produce(index.get(), writer) && writer.Finish() && fsync(temporary.fd()) == 0 &&
-                temporary.RenameOver(indexPath);
+                temporary.RenameOverIndex();
     }
   }
-  if (written) SyncDirectory(DirectoryOf(indexPath));
+  if (written) SyncReportsDirectory();
   UnlockReportIndex(index.get());
   return written;
 }
@@ -289,13 +282,13 @@ ReportIndexReader::~ReportIndexReader() {
   if (fd_ >= 0) close(fd_);
 }
 
-bool ReportIndexReader::Open(const char* indexPath, std::uint32_t* resultCode) {
+bool ReportIndexReader::Open(std::uint32_t* resultCode) {
   *resultCode = SCHSCAN_OK;
   // Not blocking: a FIFO in the index's place fails at the seek instead.
   // Whether the index exists is asked by opening it with the effective ids,
   // not by access(): the real user of an installed, setgid tool cannot even
   // search the reports directory, and would never find an index there.
-  FileDescriptor index(open(indexPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  FileDescriptor index(open(kReportIndexPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   if (!index.valid()) {
     *resultCode = errno == ENOENT || errno == ENOTDIR ? SCHSCAN_ERR_LIST_NOT_FOUND
                                                       : SCHSCAN_ERR_LIST_ACCESS;
@@ -335,44 +328,38 @@ bool ReportIndexReader::ReadAgain(std::uint64_t number, tagSCAN_REPORT_ENTRY* en
   return ReadFully(fd_, entry, sizeof *entry, offset) == static_cast<ssize_t>(sizeof *entry);
 }
 
-bool ReadReportIndexAt(const char* indexPath, ReportList& reportList, std::uint32_t ownerFilter,
-                       std::uint32_t* resultCode) {
+bool ReadReportIndex(ReportList& reportList, std::uint32_t ownerFilter,
+                     std::uint32_t* resultCode) {
   ReportIndexReader reader;
-  if (!reader.Open(indexPath, resultCode)) return false;
+  if (!reader.Open(resultCode)) return false;
   const std::size_t sizeBefore = reportList.size();
   try {
-    reportList.reserve(sizeBefore + std::min<std::uint64_t>(reader.EntriesAtOpen(),
-                                                            kMaxReservedEntries));
+    reportList.Reserve(sizeBefore +
+                       std::min<std::uint64_t>(reader.EntriesAtOpen(), kMaxReservedEntries));
     reader.ForEach(ownerFilter, [&](const tagSCAN_REPORT_ENTRY& entry, std::uint64_t) {
-      reportList.push_back(entry);
+      reportList.Append(entry);
     });
     return true;
   } catch (const std::bad_alloc&) {
     // An index too large to hold is reported like an unreadable one.
   }
-  reportList.resize(sizeBefore);
-  reportList.shrink_to_fit();
   *resultCode = SCHSCAN_ERR_LIST_READ;
   return false;
 }
 
-bool WriteReportIndexAt(const char* indexPath, const ReportList& reportList,
-                        std::uint32_t* resultCode) {
-  return RewriteIndex(indexPath, resultCode, [&](int /*index*/, EntryWriter& writer) {
-    for (const tagSCAN_REPORT_ENTRY& entry : reportList) {
-      if (!writer.Add(entry)) return false;
-    }
-    return true;
-  });
-}
-
-bool WriteReportIndexWithoutAt(const char* indexPath, const ReportEntryRefs& deletedEntries,
-                               std::uint32_t* resultCode) {
-  ReportEntryMultiset deleted(deletedEntries);
-  return RewriteIndex(indexPath, resultCode, [&](int index, EntryWriter& writer) {
+bool WriteReportIndex(const ReportList& reportList, std::uint32_t* resultCode) {
+  // How many copies of each entry, by its bytes, are still to be taken out.
+  std::unordered_map<std::string_view, std::size_t> takeOut;
+  for (const std::size_t index : reportList.TakenOut()) ++takeOut[BytesOf(reportList[index])];
+  return RewriteIndex(resultCode, [&](int index, EntryWriter& writer) {
     bool writeFailed = false;
     auto keep = [&](const tagSCAN_REPORT_ENTRY& entry) {
-      if (!writeFailed && !deleted.TakeOne(entry)) writeFailed = !writer.Add(entry);
+      const auto found = takeOut.find(BytesOf(entry));
+      if (found != takeOut.end() && found->second > 0) {
+        --found->second;
+      } else if (!writeFailed) {
+        writeFailed = !writer.Add(entry);
+      }
     };
     off_t offset = REPORT_ENTRIES_OFFSET;
     // The scan service appends without the lock; what it appended while the
@@ -386,17 +373,4 @@ bool WriteReportIndexWithoutAt(const char* indexPath, const ReportEntryRefs& del
     }
     return true;
   });
-}
-
-bool ReadReportIndex(ReportList& reportList, std::uint32_t ownerFilter,
-                     std::uint32_t* resultCode) {
-  return ReadReportIndexAt(kReportIndexPath, reportList, ownerFilter, resultCode);
-}
-
-bool WriteReportIndex(const ReportList& reportList, std::uint32_t* resultCode) {
-  return WriteReportIndexAt(kReportIndexPath, reportList, resultCode);
-}
-
-bool WriteReportIndexWithout(const ReportEntryRefs& deletedEntries, std::uint32_t* resultCode) {
-  return WriteReportIndexWithoutAt(kReportIndexPath, deletedEntries, resultCode);
 }

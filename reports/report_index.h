@@ -63,37 +63,42 @@ class FieldText {
   char text_[N + 1];
 };
 
-using ReportList = std::vector<tagSCAN_REPORT_ENTRY>;
-// Entries that a command deleted, by address in the list it read.
-using ReportEntryRefs = std::vector<const tagSCAN_REPORT_ENTRY*>;
+// The entries of the index in file order, as ReadReportIndex found them. A
+// command takes entries out by their position, which does not move; the
+// rewrite then removes exactly those entries from the index as it stands
+// under its lock, so that what the scan service appended since the read is
+// kept.
+class ReportList {
+ public:
+  std::size_t size() const { return entries_.size(); }
+  bool empty() const { return entries_.empty(); }
+  const tagSCAN_REPORT_ENTRY& operator[](std::size_t index) const { return entries_[index]; }
+  void Append(const tagSCAN_REPORT_ENTRY& entry) { entries_.push_back(entry); }
+  void Reserve(std::size_t count) { entries_.reserve(count); }
+  void TakeOut(std::size_t index) { takenOut_.push_back(index); }
+  // Positions of the entries taken out, in the order they were taken out.
+  const std::vector<std::size_t>& TakenOut() const { return takenOut_; }
 
-// Appends to `reportList`, in file order, every whole entry of the product's
-// index whose owner is `ownerFilter` (0: every entry). False with 1001 when
-// the index does not exist, 1002 when it cannot be opened, 1004 when it cannot
-// be positioned, 1005 when its header is short or the list cannot be held. A
+ private:
+  std::vector<tagSCAN_REPORT_ENTRY> entries_;
+  std::vector<std::size_t> takenOut_;
+};
+
+// Appends to `reportList`, in file order, every whole entry of the index
+// whose owner is `ownerFilter` (0: every entry). False with 1001 when the
+// index does not exist, 1002 when it cannot be opened, 1004 when it cannot be
+// positioned, 1005 when its header is short or the list cannot be held. A
 // read error part-way ends the list where it stands, like the end of file.
 bool ReadReportIndex(ReportList& reportList, std::uint32_t ownerFilter,
                      std::uint32_t* resultCode);
 
-// Replaces the product's index with a header counting `reportList` and its
-// entries in list order. False with 1002 when the index cannot be opened,
-// with 0 for any other failure; the old index is then left as it was.
+// Rewrites the index under its whole-file write lock: the index as it then
+// stands less one copy of each entry taken out of `reportList` (compared as
+// whole entries), with a header that counts what is left. The new index
+// replaces the old by a rename, so that readers see one or the other. False
+// with 1002 when the index cannot be opened, with 0 for any other failure;
+// the old index is then left as it was.
 bool WriteReportIndex(const ReportList& reportList, std::uint32_t* resultCode);
-
-// Rewrites the product's index as it stands once the rewrite lock is held,
-// less one copy of each of `deletedEntries` (compared as whole entries), so
-// that entries appended after the caller read the index are kept. Result
-// codes as WriteReportIndex.
-bool WriteReportIndexWithout(const ReportEntryRefs& deletedEntries, std::uint32_t* resultCode);
-
-// The same operations on the index at `indexPath`; a rewrite places its
-// temporary file in the directory of `indexPath`.
-bool ReadReportIndexAt(const char* indexPath, ReportList& reportList, std::uint32_t ownerFilter,
-                       std::uint32_t* resultCode);
-bool WriteReportIndexAt(const char* indexPath, const ReportList& reportList,
-                        std::uint32_t* resultCode);
-bool WriteReportIndexWithoutAt(const char* indexPath, const ReportEntryRefs& deletedEntries,
-                               std::uint32_t* resultCode);
 
 // One read of an index, for a caller that streams the entries instead of
 // holding them all: each whole entry is handed out in file order with its
@@ -109,7 +114,7 @@ class ReportIndexReader {
 
   // Opens the index and reads past its header; false with the result codes
   // of ReadReportIndex.
-  bool Open(const char* indexPath, std::uint32_t* resultCode);
+  bool Open(std::uint32_t* resultCode);
   // Calls `take` for each whole entry whose owner is `ownerFilter` (0: every
   // entry), up to the end of the file or a read error.
   using TakeEntry = std::function<void(const tagSCAN_REPORT_ENTRY& entry, std::uint64_t number)>;

@@ -25,10 +25,6 @@ TSKVAULT_API bool GetUserNameFormUserID(std::uint32_t userId, std::string& userN
 // (kNameMustExist) in the product's task list.
 TSKVAULT_API bool ValidateTaskName(const char* scanName, std::int32_t mode, std::uint32_t userId,
                                    std::uint32_t* resultCode);
-// The same check against the task list at `taskListPath`.
-TSKVAULT_API bool ValidateTaskNameAt(const char* taskListPath, const char* scanName,
-                                     std::int32_t mode, std::uint32_t userId,
-                                     std::uint32_t* resultCode);
 // Fills `entry` (whose szScanName names the scan) from the store.
 TSKVAULT_API bool GetScheduleScanTaskDetails(const char* taskListPath,
                                              tagSCHEDULE_SCAN_ENTRY* entry, std::uint32_t userId,

@@ -349,23 +349,17 @@ bool ReadScheduleScanTaskList(const char* taskListPath, ScheduleScanList& scanLi
   });
 }
 
-bool ValidateTaskNameAt(const char* taskListPath, const char* scanName, std::int32_t mode,
-                        std::uint32_t userId, std::uint32_t* resultCode) {
+bool ValidateTaskName(const char* scanName, std::int32_t mode, std::uint32_t userId,
+                      std::uint32_t* resultCode) {
   return Guarded(resultCode, [&] {
-    RequirePath(taskListPath);
     if (mode == kNameMustBeNew) {
-      CheckNewName(taskListPath, scanName, userId);
+      CheckNewName(kTaskListPath, scanName, userId);
     } else if (mode == kNameMustExist) {
-      CheckExistingName(taskListPath, scanName, userId);
+      CheckExistingName(kTaskListPath, scanName, userId);
     } else {
       Fail(SCHSCAN_ERR_LIST_OPERATION);
     }
   });
-}
-
-bool ValidateTaskName(const char* scanName, std::int32_t mode, std::uint32_t userId,
-                      std::uint32_t* resultCode) {
-  return ValidateTaskNameAt(kTaskListPath, scanName, mode, userId, resultCode);
 }
 
 bool GetScheduleScanTaskDetails(const char* taskListPath, tagSCHEDULE_SCAN_ENTRY* entry,
