@@ -3,46 +3,36 @@
 // directory reset to its seeded task store, report index and report files
 // before every input. SCHSCAN_FUZZ_COMMAND names the command word's key; the
 // build makes one target per command. The first input byte picks the caller
-// (odd: an ordinary user, else the super-user); the rest is what the user
-// types. The end of input ends the command as Ctrl-C does; no command may
-// remove a file that is not a report in the reports directory.
-#include <signal.h>
-
+// (odd: user 1, who owns some of the seeded scans and reports, else the
+// super-user); the rest is what the user types. The end of input ends the
+// command as Ctrl-C does; no command may remove a file that is not a report
+// in the reports directory.
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
 
-#include "app/dispatch.h"
 #include "console/message_catalogue.h"
 #include "fuzz/fuzz_support.h"
+#include "testing/in_process.h"
 
 #ifndef SCHSCAN_FUZZ_COMMAND
 #error "SCHSCAN_FUZZ_COMMAND must name the command word's key"
 #endif
 
-namespace {
-
-struct sigaction g_fuzzerInterrupt {};
-
-}  // namespace
-
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   fuzz::SetUpSeededProduct();
-  fuzz::SetUpConsole();
-  sigaction(SIGINT, nullptr, &g_fuzzerInterrupt);
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   fuzz::ResetSeededProduct();
-  {
-    fuzz::RealUserScope user((data[0] & 1) != 0 ? fuzz::kOtherUser : fuzz::kRootUser);
-    fuzz::FeedStandardInput(data + 1, size - 1);
-    char program[] = "schscan";
-    char* argv[] = {program, const_cast<char*>(GetMessageText(SCHSCAN_FUZZ_COMMAND)), nullptr};
-    fuzz::RunToEndOfInput([&] { RunCommandLine(2, argv); });
-  }
-  // The tool's own Ctrl-C handler gives way to the fuzzer's again.
-  sigaction(SIGINT, &g_fuzzerInterrupt, nullptr);
+  const std::string_view input(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const bool show = std::getenv("SCHSCAN_FUZZ_SHOW_OUTPUT") != nullptr;
+  const auto run = testing_support::RunInProcess({GetMessageText(SCHSCAN_FUZZ_COMMAND)}, input,
+                                                 (data[0] & 1) != 0 ? 1 : 0, show);
+  if (show) std::fwrite(run.output.data(), 1, run.output.size(), stderr);
   fuzz::CheckProtectedFilesRemain();
   return 0;
 }

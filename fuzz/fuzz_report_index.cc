@@ -1,13 +1,16 @@
 // The report index routines on an index file of arbitrary bytes: the whole
 // list read with and without an owner filter, the streaming reader of view
 // reports (each entry, and each entry read again by its number), every string
-// field bounded by its width, and both rewrites, read back.
+// field bounded by its width, and the rewrite, read back.
+#include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "fuzz/fuzz_support.h"
+#include "product_paths.h"
 #include "reports/report_index.h"
 #include "taskstore/result_codes.h"
 
@@ -17,7 +20,9 @@ bool SameEntry(const tagSCAN_REPORT_ENTRY& a, const tagSCAN_REPORT_ENTRY& b) {
   return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
-bool SameList(const ReportList& a, const ReportList& b) {
+using Entries = std::vector<tagSCAN_REPORT_ENTRY>;
+
+bool SameList(const ReportList& a, const Entries& b) {
   if (a.size() != b.size()) return false;
   for (std::size_t i = 0; i < a.size(); ++i) {
     if (!SameEntry(a[i], b[i])) return false;
@@ -34,8 +39,8 @@ void CheckField(const char (&field)[N]) {
 }
 
 // The index file's whole entries, as the layout defines them.
-ReportList EntriesOf(const std::uint8_t* data, std::size_t size) {
-  ReportList entries;
+Entries EntriesOf(const std::uint8_t* data, std::size_t size) {
+  Entries entries;
   for (std::size_t at = REPORT_ENTRIES_OFFSET; at + REPORT_ENTRY_SIZE <= size;
        at += REPORT_ENTRY_SIZE) {
     tagSCAN_REPORT_ENTRY entry;
@@ -45,74 +50,51 @@ ReportList EntriesOf(const std::uint8_t* data, std::size_t size) {
   return entries;
 }
 
-ReportList ReadBack(const std::string& path) {
+ReportList Read(std::uint32_t owner) {
   ReportList list;
   std::uint32_t code = SCHSCAN_OK;
-  fuzz::Require(ReadReportIndexAt(path.c_str(), list, 0, &code), "a rewritten index is unreadable");
+  fuzz::Require(ReadReportIndex(list, owner, &code) && code == SCHSCAN_OK,
+                "a readable index was refused");
   return list;
-}
-
-void CheckRewrittenLayout(const std::string& path, std::size_t entries) {
-  const std::string bytes = [&] {
-    std::string contents;
-    if (FILE* file = std::fopen(path.c_str(), "rb")) {
-      char chunk[4096];
-      std::size_t n;
-      while ((n = std::fread(chunk, 1, sizeof chunk, file)) > 0) contents.append(chunk, n);
-      std::fclose(file);
-    }
-    return contents;
-  }();
-  fuzz::Require(bytes.size() == REPORT_ENTRIES_OFFSET + entries * REPORT_ENTRY_SIZE,
-                "a rewritten index has the wrong size");
-  const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(bytes[i]); };
-  std::uint32_t count = 0;
-  for (int i = 3; i >= 0; --i) count = (count << 8) | byte(REPORT_HEADER_OFFSET + i);
-  fuzz::Require(count == entries, "a rewritten index counts the wrong number of entries");
-  for (std::size_t i = 0; i < REPORT_HEADER_OFFSET; ++i) {
-    fuzz::Require(byte(i) == 0, "a rewritten index wrote its reserved bytes");
-  }
-  for (std::size_t i = REPORT_HEADER_OFFSET + 4; i < REPORT_ENTRIES_OFFSET; ++i) {
-    fuzz::Require(byte(i) == 0, "a rewritten index has a nonzero reserved header byte");
-  }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string path = fuzz::ScratchDir() + "/schdmain.rpt";
-  fuzz::WriteFileOrDie(path, data, size);
-  const ReportList expected = EntriesOf(data, size);
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  fuzz::SetUpSeededProduct();
+  return 0;
+}
 
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::WriteFileOrDie(kReportIndexPath, data, size);
+  const Entries expected = EntriesOf(data, size);
   ReportList all;
   std::uint32_t code = SCHSCAN_OK;
-  const bool read = ReadReportIndexAt(path.c_str(), all, 0, &code);
   if (size < REPORT_ENTRIES_OFFSET) {
-    fuzz::Require(!read && code == SCHSCAN_ERR_LIST_READ, "a short index was not refused");
+    fuzz::Require(!ReadReportIndex(all, 0, &code) && code == SCHSCAN_ERR_LIST_READ,
+                  "a short index was not refused");
     return 0;
   }
-  fuzz::Require(read && code == SCHSCAN_OK, "a readable index was refused");
+  all = Read(0);
   fuzz::Require(SameList(all, expected), "the list is not the file's whole entries");
-  for (const tagSCAN_REPORT_ENTRY& entry : all) {
-    CheckField(entry.szDateTime);
-    CheckField(entry.szScanName);
-    CheckField(entry.szReportPath);
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    CheckField(all[i].szDateTime);
+    CheckField(all[i].szScanName);
+    CheckField(all[i].szReportPath);
   }
 
   // An owner filter keeps exactly that owner's entries, in order.
-  const std::uint32_t owner = all.empty() ? 1000 : all.back().dwUserId;
-  ReportList owned;
-  fuzz::Require(ReadReportIndexAt(path.c_str(), owned, owner, &code), "a filtered read failed");
-  ReportList expectedOwned;
+  const std::uint32_t owner = expected.empty() ? 1000 : expected.back().dwUserId;
+  Entries owned;
   for (const tagSCAN_REPORT_ENTRY& entry : expected) {
-    if (owner == 0 || entry.dwUserId == owner) expectedOwned.push_back(entry);
+    if (owner == 0 || entry.dwUserId == owner) owned.push_back(entry);
   }
-  fuzz::Require(SameList(owned, expectedOwned), "the owner filter kept the wrong entries");
+  fuzz::Require(SameList(Read(owner), owned), "the owner filter kept the wrong entries");
 
   // The streaming reader: the same entries, numbered, each readable again.
   {
     ReportIndexReader reader;
-    fuzz::Require(reader.Open(path.c_str(), &code), "the streaming reader refused the index");
+    fuzz::Require(reader.Open(&code), "the streaming reader refused the index");
     fuzz::Require(reader.EntriesAtOpen() == expected.size(), "the reader miscounted the entries");
     std::uint64_t next = 0;
     reader.ForEach(owner, [&](const tagSCAN_REPORT_ENTRY& entry, std::uint64_t number) {
@@ -128,28 +110,39 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::Require(!reader.ReadAgain(expected.size(), &beyond), "an entry past the end was read");
   }
 
-  // The delete-reports rewrite without every other entry keeps the rest.
-  ReportEntryRefs deleted;
-  for (std::size_t i = 0; i < all.size(); i += 2) deleted.push_back(&all[i]);
-  ReportList remaining;
+  // The rewrite without every other entry keeps the rest, first copies of
+  // equal entries going first, under a header that counts them.
+  Entries remaining;
   {
-    std::vector<bool> taken(deleted.size(), false);
+    Entries taken;
+    for (std::size_t i = 0; i < all.size(); i += 2) {
+      all.TakeOut(i);
+      taken.push_back(all[i]);
+    }
     for (const tagSCAN_REPORT_ENTRY& entry : expected) {
-      bool drop = false;
-      for (std::size_t j = 0; j < deleted.size() && !drop; ++j) {
-        if (!taken[j] && SameEntry(*deleted[j], entry)) taken[j] = drop = true;
+      auto match = std::find_if(taken.begin(), taken.end(),
+                                [&](const auto& t) { return SameEntry(t, entry); });
+      if (match != taken.end()) {
+        taken.erase(match);
+      } else {
+        remaining.push_back(entry);
       }
-      if (!drop) remaining.push_back(entry);
     }
   }
-  fuzz::Require(WriteReportIndexWithoutAt(path.c_str(), deleted, &code),
-                "the rewrite without deleted entries failed");
-  CheckRewrittenLayout(path, remaining.size());
-  fuzz::Require(SameList(ReadBack(path), remaining), "the rewrite kept the wrong entries");
-
-  // The plain rewrite writes the list back as it was read.
-  fuzz::Require(WriteReportIndexAt(path.c_str(), all, &code), "the rewrite failed");
-  CheckRewrittenLayout(path, all.size());
-  fuzz::Require(SameList(ReadBack(path), all), "the rewrite changed the entries");
+  fuzz::Require(WriteReportIndex(all, &code), "the rewrite failed");
+  const ReportList back = Read(0);
+  fuzz::Require(SameList(back, remaining), "the rewrite kept the wrong entries");
+  unsigned char header[REPORT_ENTRIES_OFFSET] = {};
+  FILE* file = std::fopen(kReportIndexPath, "rb");
+  fuzz::Require(file != nullptr && std::fread(header, 1, sizeof header, file) == sizeof header,
+                "the rewritten index has no header");
+  std::fclose(file);
+  std::uint32_t count = 0;
+  for (int i = 3; i >= 0; --i) count = (count << 8) | header[REPORT_HEADER_OFFSET + i];
+  fuzz::Require(count == remaining.size(), "the rewritten header counts the wrong number");
+  for (std::size_t i = 0; i < sizeof header; ++i) {
+    fuzz::Require(header[i] == 0 || (i >= REPORT_HEADER_OFFSET && i < REPORT_HEADER_OFFSET + 4),
+                  "the rewritten index has a nonzero reserved byte");
+  }
   return 0;
 }

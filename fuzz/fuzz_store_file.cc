@@ -3,15 +3,18 @@
 // succeeds or fails. The seeds are real task lists, so mutations reach the
 // database's pages and schema as well as its header.
 #include <cstdint>
-#include <string>
 
 #include "fuzz/fuzz_support.h"
 #include "fuzz/store_exercise.h"
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  fuzz::SetUpSeededProduct();
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string path = fuzz::ScratchDir() + "/tsklst.inf";
-  fuzz::RemoveSideFiles(path);
-  fuzz::WriteFileOrDie(path, data, size);
-  fuzz::ExerciseStore(path);
+  fuzz::RemoveTaskList();
+  fuzz::WriteFileOrDie(kTaskListPath, data, size);
+  fuzz::ExerciseStore();
   return 0;
 }

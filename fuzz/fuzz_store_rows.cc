@@ -77,9 +77,9 @@ void BindValue(sqlite3_stmt* statement, int index, InputBytes& in) {
   }
 }
 
-void BuildTaskList(const std::string& path, InputBytes& in) {
+void BuildTaskList(InputBytes& in) {
   sqlite3* db = nullptr;
-  Check(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
+  Check(sqlite3_open_v2(kTaskListPath, &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
         db);
   Check(sqlite3_exec(db,
                      "CREATE TABLE scans (id INTEGER PRIMARY KEY, name, owner, frequency,"
@@ -118,12 +118,15 @@ void BuildTaskList(const std::string& path, InputBytes& in) {
 
 }  // namespace
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  fuzz::SetUpSeededProduct();
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string path = fuzz::ScratchDir() + "/rows.inf";
-  fuzz::RemoveSideFiles(path);
-  unlink(path.c_str());
+  fuzz::RemoveTaskList();
   InputBytes in(data, size);
-  BuildTaskList(path, in);
-  fuzz::ExerciseStore(path);
+  BuildTaskList(in);
+  fuzz::ExerciseStore();
   return 0;
 }

@@ -19,7 +19,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-4}
 shift || true
 build=${FUZZ_BUILD_DIR:-build-fuzz}
-product=${FUZZ_PRODUCT_DIR:-/tmp/schscan-fuzz/product}
+product=${FUZZ_PRODUCT_DIR:-/dev/shm/schscan-fuzz/product}
 jobs=$(nproc)
 ((jobs > 2)) && jobs=2
 

@@ -1,4 +1,5 @@
-// Every task store call against a task list file that a fuzz target made:
+// Every task store call against the task list file that a fuzz target made
+// in the product directory:
 // listing for both users, details, both name checks, add, modify and delete.
 // The file may be anything; the calls must only succeed or fail, and
 // whatever they hand back must be records with terminated strings.
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "fuzz/fuzz_support.h"
+#include "product_paths.h"
 #include "taskstore/result_codes.h"
 #include "taskstore/schedule_scan_entry.h"
 #include "taskstore/task_store.h"
@@ -30,8 +32,10 @@ inline void CheckRecord(const tagSCHEDULE_SCAN_ENTRY& scan) {
   }
 }
 
-inline void RemoveSideFiles(const std::string& path) {
-  for (const char* suffix : {"-journal", "-wal", "-shm"}) unlink((path + suffix).c_str());
+// The task list gone, with the side files of the last input's connection.
+inline void RemoveTaskList() {
+  for (const char* suffix : {"", "-journal", "-wal", "-shm"})
+    unlink((std::string(kTaskListPath) + suffix).c_str());
 }
 
 inline tagSCHEDULE_SCAN_ENTRY NewScan(const char* name, std::uint32_t owner) {
@@ -47,11 +51,11 @@ inline tagSCHEDULE_SCAN_ENTRY NewScan(const char* name, std::uint32_t owner) {
   return scan;
 }
 
-inline void ExerciseStore(const std::string& path) {
-  const char* file = path.c_str();
+inline void ExerciseStore() {
+  const char* file = kTaskListPath;
   std::uint32_t code = SCHSCAN_OK;
   std::vector<std::string> names = {"Daily1", ""};
-  for (const std::uint32_t user : {kRootUser, kOtherUser}) {
+  for (const std::uint32_t user : {0u, 1000u}) {
     ScheduleScanList scans;
     if (ReadScheduleScanTaskList(file, scans, user, &code)) {
       for (const tagSCHEDULE_SCAN_ENTRY& scan : scans) {
@@ -61,9 +65,9 @@ inline void ExerciseStore(const std::string& path) {
     }
   }
   for (const std::string& name : names) {
-    for (const std::uint32_t user : {kRootUser, kOtherUser}) {
-      ValidateTaskNameAt(file, name.c_str(), kNameMustBeNew, user, &code);
-      ValidateTaskNameAt(file, name.c_str(), kNameMustExist, user, &code);
+    for (const std::uint32_t user : {0u, 1000u}) {
+      ValidateTaskName(name.c_str(), kNameMustBeNew, user, &code);
+      ValidateTaskName(name.c_str(), kNameMustExist, user, &code);
       tagSCHEDULE_SCAN_ENTRY scan;
       PrepareNewScheduleScanEntry(&scan);
       std::memcpy(scan.szScanName, name.data(), std::min(name.size(), SCAN_NAME_SIZE - 1));
@@ -74,14 +78,14 @@ inline void ExerciseStore(const std::string& path) {
       }
     }
   }
-  tagSCHEDULE_SCAN_ENTRY added = NewScan("FuzzAdded", kOtherUser);
+  tagSCHEDULE_SCAN_ENTRY added = NewScan("FuzzAdded", 1000);
   AddScheduleScanTask(file, &added, &code);
-  tagSCHEDULE_SCAN_ENTRY modified = NewScan(names.back().c_str(), kOtherUser);
-  ModifyScheduleScanTask(file, &modified, kRootUser, &code);
-  DeleteScheduleScanTask(file, names.back().c_str(), kOtherUser, &code);
-  DeleteScheduleScanTask(file, names.back().c_str(), kRootUser, &code);
+  tagSCHEDULE_SCAN_ENTRY modified = NewScan(names.back().c_str(), 1000);
+  ModifyScheduleScanTask(file, &modified, 0, &code);
+  DeleteScheduleScanTask(file, names.back().c_str(), 1000, &code);
+  DeleteScheduleScanTask(file, names.back().c_str(), 0, &code);
   ScheduleScanList after;
-  if (ReadScheduleScanTaskList(file, after, kRootUser, &code)) {
+  if (ReadScheduleScanTaskList(file, after, 0, &code)) {
     for (const tagSCHEDULE_SCAN_ENTRY& scan : after) CheckRecord(scan);
   }
 }

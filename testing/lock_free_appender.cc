@@ -10,7 +10,7 @@
 #include <cstring>
 #include <random>
 
-namespace scan_service {
+namespace testing_support {
 namespace {
 
 // Enough draws to find the last free name among the 10,000 many times over.
@@ -30,11 +30,6 @@ bool WriteAll(int fd, const void* data, std::size_t size) {
 
 void CopyCut(char* field, std::size_t width, const std::string& text) {
   std::memcpy(field, text.data(), std::min(text.size(), width - 1));
-}
-
-std::string JoinPath(const std::string& directory, const std::string& name) {
-  if (!directory.empty() && directory.back() == '/') return directory + name;
-  return directory + "/" + name;
 }
 
 bool CreateIndexWithZeroHeader(const std::string& indexPath) {
@@ -86,9 +81,8 @@ std::string RandomReportName() {
 }
 
 std::string AddEntryFor(const std::string& path, const std::string& scanName,
-                        const std::string& dateTime, std::uint32_t userId,
-                        const ReportsLocation& where) {
-  const bool added = AppendReportEntry(MakeReportEntry(scanName, dateTime, path, userId), where);
+                        const std::string& dateTime, std::uint32_t userId) {
+  const bool added = AppendReportEntry(MakeReportEntry(scanName, dateTime, path, userId));
   return added ? path : std::string();
 }
 
@@ -104,33 +98,32 @@ tagSCAN_REPORT_ENTRY MakeReportEntry(const std::string& scanName, const std::str
   return entry;
 }
 
-bool AppendReportEntry(const tagSCAN_REPORT_ENTRY& entry, const ReportsLocation& where) {
-  if (access(where.indexPath.c_str(), F_OK) != 0 && !CreateIndexWithZeroHeader(where.indexPath))
+bool AppendReportEntry(const tagSCAN_REPORT_ENTRY& entry) {
+  if (access(kReportIndexPath, F_OK) != 0 && !CreateIndexWithZeroHeader(kReportIndexPath))
     return false;
-  return BumpReportCount(where.indexPath) && AppendWholeEntry(where.indexPath, entry);
+  return BumpReportCount(kReportIndexPath) && AppendWholeEntry(kReportIndexPath, entry);
 }
 
 std::string AddReport(const std::string& scanName, const std::string& dateTime,
-                      std::uint32_t userId, const std::string& text,
-                      const ReportsLocation& where) {
+                      std::uint32_t userId, const std::string& text) {
   for (int draw = 0; draw < kMaxNameDraws; ++draw) {
-    const std::string path = JoinPath(where.directory, RandomReportName());
+    const std::string path = std::string(kReportsDir) + "/" + RandomReportName();
     if (access(path.c_str(), F_OK) == 0) continue;
     if (!WriteReportFile(path, text)) {
       if (errno == EEXIST) continue;
       return "";
     }
-    return AddEntryFor(path, scanName, dateTime, userId, where);
+    return AddEntryFor(path, scanName, dateTime, userId);
   }
   return "";
 }
 
 std::string AddNamedReport(const std::string& fileName, const std::string& scanName,
                            const std::string& dateTime, std::uint32_t userId,
-                           const std::string& text, const ReportsLocation& where) {
-  const std::string path = JoinPath(where.directory, fileName);
+                           const std::string& text) {
+  const std::string path = std::string(kReportsDir) + "/" + fileName;
   if (!WriteReportFile(path, text)) return "";
-  return AddEntryFor(path, scanName, dateTime, userId, where);
+  return AddEntryFor(path, scanName, dateTime, userId);
 }
 
-}  // namespace scan_service
+}  // namespace testing_support

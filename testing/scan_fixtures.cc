@@ -1,18 +1,23 @@
 #include "testing/scan_fixtures.h"
 
-#include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <vector>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
 
-#include "product_paths.h"
+#include "reports/report_index.h"
+#include "taskstore/result_codes.h"
 #include "taskstore/task_store.h"
+#include "testing/lock_free_appender.h"
 
-namespace scantest {
+namespace testing_support {
 namespace {
 
 const std::string& DirRoot() {
@@ -20,47 +25,21 @@ const std::string& DirRoot() {
   return root;
 }
 
+[[noreturn]] void Abort(const std::string& what) {
+  std::fprintf(stderr, "scan fixtures: %s\n", what.c_str());
+  std::abort();
+}
+
 }  // namespace
 
-Script operator+(Script a, const Script& b) { return a += b; }
-Script& operator+=(Script& a, const Script& b) {
-  a.output += b.output;
-  a.input += b.input;
-  return a;
-}
-Script Out(const std::string& text) { return {text, ""}; }
-Script Ask(const std::string& prompt, const std::string& answer) { return {prompt, answer + "\n"}; }
-Script Reject(const std::string& prompt, const std::string& answer, const std::string& message) {
-  return {prompt + message, answer + "\n"};
+void ResetProduct() {
+  std::filesystem::remove_all(kProductDir);
+  std::filesystem::create_directories(kReportsDir);
+  if (chmod(kProductDir, 0777) != 0 || chmod(kReportsDir, 0777) != 0) Abort("chmod product");
 }
 
-harness::RunResult RunScript(const std::string& word, const Script& script,
-                             std::optional<uid_t> user) {
-  harness::RunOptions options;
-  options.args = {word};
-  options.input = script.input;
-  options.user = user;
-  return harness::RunTool(options);
-}
-
-void ExpectRun(const char* commandKey, const Script& script, const std::string& after,
-               std::optional<uid_t> user) {
-  const harness::RunResult run = RunScript(commandKey, script, user);
-  EXPECT_EQ(run.exitStatus, 0);
-  EXPECT_EQ(run.output, kKeyBanner + script.output + after);
-}
-
-std::string MakeDir(const std::string& name) {
-  const std::string path = DirRoot() + name;
-  std::filesystem::create_directories(path);
-  for (std::filesystem::path p = path; p.string().size() >= DirRoot().size() - 1;
-       p = p.parent_path()) {
-    if (chmod(p.c_str(), 0755) != 0) throw std::runtime_error("chmod " + p.string());
-  }
-  return path;
-}
-
-tagSCHEDULE_SCAN_ENTRY MakeScan(const std::string& name, std::uint32_t owner) {
+tagSCHEDULE_SCAN_ENTRY MakeScan(const std::string& name, std::uint32_t owner,
+                                const std::vector<std::string>& paths) {
   tagSCHEDULE_SCAN_ENTRY scan;
   PrepareNewScheduleScanEntry(&scan);
   std::memcpy(scan.szScanName, name.data(), std::min(name.size(), SCAN_NAME_SIZE - 1));
@@ -74,7 +53,7 @@ tagSCHEDULE_SCAN_ENTRY MakeScan(const std::string& name, std::uint32_t owner) {
   scan.byRepeatUnit = REPEAT_UNIT_HOURS;
   scan.byScanOptions = SCAN_OPT_ARCHIVE;
   scan.nScanAction = ACTION_REPAIR_ONLY;
-  SetDirectories(scan, {MakeDir("a")});
+  SetDirectories(scan, paths.empty() ? std::vector<std::string>{ScanDir("a")} : paths);
   return scan;
 }
 
@@ -83,34 +62,49 @@ void SetDirectories(tagSCHEDULE_SCAN_ENTRY& scan, const std::vector<std::string>
   for (const std::string& path : paths) scan.vecScanItems.AppendPath(path.c_str());
 }
 
+std::string ScanDir(const std::string& name) {
+  const std::string path = DirRoot() + name;
+  std::filesystem::create_directories(path);
+  for (std::filesystem::path p = path; p.string().size() >= DirRoot().size() - 1;
+       p = p.parent_path()) {
+    if (chmod(p.c_str(), 0755) != 0) Abort("chmod " + p.string());
+  }
+  return path;
+}
+
+std::uint32_t AddScan(tagSCHEDULE_SCAN_ENTRY scan, const char* taskList) {
+  std::uint32_t code = SCHSCAN_OK;
+  return AddScheduleScanTask(taskList, &scan, &code) ? SCHSCAN_OK : code;
+}
+
 void StoreScan(const tagSCHEDULE_SCAN_ENTRY& scan) {
-  tagSCHEDULE_SCAN_ENTRY copy = scan;
-  std::uint32_t code = 0;
-  ASSERT_TRUE(AddScheduleScanTask(kTaskListPath, &copy, &code)) << code;
-  ASSERT_EQ(chmod(kTaskListPath, 0666), 0);
+  if (const std::uint32_t code = AddScan(scan); code != SCHSCAN_OK)
+    Abort("storing " + std::string(scan.szScanName) + ": " + std::to_string(code));
+  if (chmod(kTaskListPath, 0666) != 0) Abort("chmod the task list");
+}
+
+std::string QueryStore(const std::string& taskList, const char* sql) {
+  sqlite3* db = nullptr;
+  std::string value = "(error)";
+  if (sqlite3_open_v2(taskList.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+    sqlite3_busy_timeout(db, 30000);
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) == SQLITE_OK) {
+      const int rc = sqlite3_step(statement);
+      const unsigned char* text = rc == SQLITE_ROW ? sqlite3_column_text(statement, 0) : nullptr;
+      if (rc == SQLITE_ROW || rc == SQLITE_DONE)
+        value = text != nullptr ? reinterpret_cast<const char*>(text) : "";
+    }
+    sqlite3_finalize(statement);
+  }
+  sqlite3_close_v2(db);
+  return value;
 }
 
 void SetStoredColumn(const std::string& name, const char* column, int value) {
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open_v2(kTaskListPath, &db, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
-  const std::string sql = std::string("UPDATE scans SET ") + column + " = ?1 WHERE name = ?2";
-  sqlite3_stmt* statement = nullptr;
-  EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK);
-  sqlite3_bind_int(statement, 1, value);
-  sqlite3_bind_text(statement, 2, name.c_str(), -1, SQLITE_TRANSIENT);
-  EXPECT_EQ(sqlite3_step(statement), SQLITE_DONE);
-  EXPECT_EQ(sqlite3_changes(db), 1);
-  sqlite3_finalize(statement);
-  sqlite3_close(db);
-}
-
-std::optional<tagSCHEDULE_SCAN_ENTRY> FetchScan(const std::string& name) {
-  tagSCHEDULE_SCAN_ENTRY scan;
-  PrepareNewScheduleScanEntry(&scan);
-  std::memcpy(scan.szScanName, name.data(), std::min(name.size(), SCAN_NAME_SIZE - 1));
-  std::uint32_t code = 0;
-  if (!GetScheduleScanTaskDetails(kTaskListPath, &scan, 0, &code)) return std::nullopt;
-  return scan;
+  const std::string sql = "UPDATE scans SET " + std::string(column) + " = " +
+                          std::to_string(value) + " WHERE name = '" + name + "'";
+  if (QueryStore(kTaskListPath, sql.c_str()) != "") Abort(sql);
 }
 
 std::string Describe(const tagSCHEDULE_SCAN_ENTRY& scan) {
@@ -130,59 +124,72 @@ std::string Describe(const tagSCHEDULE_SCAN_ENTRY& scan) {
 }
 
 std::string DescribeStored(const std::string& name) {
-  const auto scan = FetchScan(name);
-  return scan ? Describe(*scan) : "none";
+  tagSCHEDULE_SCAN_ENTRY scan;
+  PrepareNewScheduleScanEntry(&scan);
+  std::memcpy(scan.szScanName, name.data(), std::min(name.size(), SCAN_NAME_SIZE - 1));
+  std::uint32_t code = SCHSCAN_OK;
+  if (!GetScheduleScanTaskDetails(kTaskListPath, &scan, 0, &code)) return name + " none";
+  return Describe(scan);
 }
 
 std::string DumpStore() {
   ScheduleScanList scans;
-  std::uint32_t code = 0;
-  if (!ReadScheduleScanTaskList(kTaskListPath, scans, 0, &code)) {
+  std::uint32_t code = SCHSCAN_OK;
+  if (!ReadScheduleScanTaskList(kTaskListPath, scans, 0, &code))
     return "error " + std::to_string(code);
-  }
   std::string dump;
   for (const tagSCHEDULE_SCAN_ENTRY& scan : scans) dump += Describe(scan) + "\n";
   return dump;
 }
 
-Script FrequencyMenu(const char* titleKey, const std::string& choice) {
-  return Out("\n" + std::string(titleKey) +
-             ":\n\t1. schscan_msg_dailyscan.\n\t2. schscan_msg_weeklyscan.\n") +
-         Ask("cli_usrInput_menuNumber", choice);
+void SeedScansAndReports() {
+  StoreScan(MakeScan("Daily15charName", 0));
+  tagSCHEDULE_SCAN_ENTRY weekly = MakeScan("Weekly16charName", 1, {ScanDir("a"), ScanDir("b")});
+  weekly.byFrequency = FREQ_WEEKLY;
+  weekly.byWeekDay = 3;
+  weekly.nRecurEvery = 4;
+  weekly.bRepeatScan = 0;
+  weekly.byScanOptions = 0;
+  weekly.nScanAction = ACTION_REPAIR_DELETE;
+  StoreScan(weekly);
+  tagSCHEDULE_SCAN_ENTRY boot = MakeScan("Boot", 4242);
+  boot.bFirstBootScan = 1;
+  boot.byScanOptions = 0x0f;
+  boot.nScanAction = ACTION_DELETE;
+  StoreScan(boot);
+  const char* names[] = {"Daily15charName", "Weekly16charName", "Daily15charName"};
+  for (int i = 1; i <= 3; ++i) {
+    AddNamedReport("schd000" + std::to_string(i) + ".rpt", names[i - 1], "d" + std::to_string(i),
+                   i == 2 ? 1 : 0, "report " + std::to_string(i) + "\n");
+  }
 }
 
-Script WeekDayEntry(const std::string& day) { return Ask("schscan_enter_weekday:", day); }
-
-Script FirstBootEntry(const std::string& answer) {
-  return Ask("\nschscan_msg_firstbootscan:", answer);
+std::string ReportsState() {
+  std::string state;
+  ReportList list;
+  std::uint32_t code = 0;
+  if (!ReadReportIndex(list, 0, &code)) state = "error " + std::to_string(code);
+  for (std::size_t i = 0; i < list.size(); ++i)
+    state += (i == 0 ? "" : " ") + std::string(FieldText(list[i].szDateTime).c_str());
+  std::vector<std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(kProductDir)) {
+    const std::string name = entry.path().lexically_relative(kProductDir);
+    if (!entry.is_directory() && !name.starts_with("tsklst.inf") && name != "reports/schdmain.rpt")
+      files.push_back(name);
+  }
+  std::sort(files.begin(), files.end());
+  state += ";";
+  for (const std::string& file : files) state += " " + file;
+  return state;
 }
 
-Script TimeEntry(const char* lead, const std::string& hour, const std::string& minute,
-                 const std::string& second) {
-  return Out(lead + std::string("schscan_msg_enterscantime:\n")) +
-         Ask("schscan_msg_enterhours:", hour) + Ask("schscan_msg_enter_minutes:", minute) +
-         Ask("schscan_msg_enter_seconds:", second);
+ScratchDirectory::ScratchDirectory() : path_("/tmp/schscan-scratch-XXXXXX") {
+  if (mkdtemp(path_.data()) == nullptr) Abort("mkdtemp " + path_);
 }
 
-Script OptionsEntry(const std::string& archive, const std::string& spyware, const std::string& dump,
-                    const std::string& packed) {
-  return Ask("schscan_msg_scan_archive:", archive) + Ask("schscan_msg_scan_spyware:", spyware) +
-         Ask("schscan_msg_scan_dump:", dump) + Ask("schscan_msg_scan_packed:", packed);
+ScratchDirectory::~ScratchDirectory() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
 }
 
-Script ActionEntry(const std::string& choice) {
-  return Out("\nschscan_msg_scan_action:\n\t1. schscan_msg_repaironly.\n"
-             "\t2. schscan_msg_repairdelete.\n\t3. schscan_msg_delete.\n"
-             "\t4. schscan_msg_reportonly.\n") +
-         Ask("cli_usrInput_menuNumber", choice);
-}
-
-Script DirEntry(const std::string& path, const std::string& more) {
-  return Ask("\nschscan_msg_enter_dir:", path) + Ask("schscan_confirm_addmore_item:", more);
-}
-
-Script PressKeyAfterLimit() {
-  return Out("schscan_valid_scan_items.\nschscan_msg_presskey.") + Script{"", "\n"};
-}
-
-}  // namespace scantest
+}  // namespace testing_support

@@ -1,73 +1,79 @@
-// Shared pieces of the scheduled scan command tests: expected exchanges
-// written key by key, real directories to scan, and direct access to the
-// task store for seeding scans and reading them back.
+// The one set of scan fixtures of the tests, the fuzz targets and the
+// benchmarks: a scheduled scan that the store accepts, directories to scan,
+// scratch directories, and direct access to the task store's files for
+// seeding scans and reading them back.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "product_paths.h"
 #include "taskstore/schedule_scan_entry.h"
-#include "tests/harness.h"
 
-namespace scantest {
+namespace testing_support {
 
-// What the tool is expected to print, and what the user types, in order.
-struct Script {
-  std::string output;
-  std::string input;
-};
-Script operator+(Script a, const Script& b);
-Script& operator+=(Script& a, const Script& b);
-Script Out(const std::string& text);
-// The prompt is printed, then `answer` and a line feed are typed.
-Script Ask(const std::string& prompt, const std::string& answer);
-// An answer the prompt refuses with `message`.
-Script Reject(const std::string& prompt, const std::string& answer, const std::string& message);
-
-inline const std::string kKeyBanner =
-    "\nschscan_str_toolname\ntul_zvcopyright_string\ntul_zvcopyright_footer\n\n";
-
-// Runs the tool without the catalogue (the command word is its key) and
-// expects the banner, the script's output, then `after`; exit status 0.
-void ExpectRun(const char* commandKey, const Script& script, const std::string& after = "",
-               std::optional<uid_t> user = std::nullopt);
-harness::RunResult RunScript(const std::string& word, const Script& script,
-                             std::optional<uid_t> user = std::nullopt);
-
-// A directory that every user may read, under the test's scratch tree.
-std::string MakeDir(const std::string& name);
+// Lays out the product directory afresh, as an install does but without the
+// library and the catalogue: the reports directory, both writable by all.
+void ResetProduct();
 
 // A daily scan at 10:20:30 every 2 days, repeated every 3 hours, scanning
-// archives, repair only, with the directory MakeDir("a"), owned by `owner`.
-tagSCHEDULE_SCAN_ENTRY MakeScan(const std::string& name, std::uint32_t owner = 0);
+// archives, repair only, owned by `owner`, of `paths` (ScanDir("a") when
+// none are given).
+tagSCHEDULE_SCAN_ENTRY MakeScan(const std::string& name, std::uint32_t owner = 0,
+                                const std::vector<std::string>& paths = {});
 void SetDirectories(tagSCHEDULE_SCAN_ENTRY& scan, const std::vector<std::string>& paths);
-// Adds the scan through the task store; the task list stays writable by all.
+
+// A directory that every user may read, in a scratch tree beside the
+// product directory.
+std::string ScanDir(const std::string& name);
+
+// Adds `scan` through the store's add call; SCHSCAN_OK or the store's code.
+std::uint32_t AddScan(tagSCHEDULE_SCAN_ENTRY scan, const char* taskList = kTaskListPath);
+// Adds to the product's store, which every user may then write; aborts the
+// test on a refusal.
 void StoreScan(const tagSCHEDULE_SCAN_ENTRY& scan);
 // Writes a value the store itself would refuse straight into its database.
 void SetStoredColumn(const std::string& name, const char* column, int value);
-// The stored scan of that name, read as the super-user.
-std::optional<tagSCHEDULE_SCAN_ENTRY> FetchScan(const std::string& name);
-// Every field of a record on one line, directories shown by their MakeDir name.
+// The first column of the first row of `sql` on the store file, as text;
+// "" for no row, "(error)" when the statement fails.
+std::string QueryStore(const std::string& taskList, const char* sql);
+
+// Every field of a record on one line, directories shown by their ScanDir
+// name, e.g. "Scan1 u0 f0 d0 b0 10:20:30 r2 p1/3/0 o1 a0 [a]".
 std::string Describe(const tagSCHEDULE_SCAN_ENTRY& scan);
-// Describe of the stored scan, or "none".
+// Describe of the product store's scan of that name, or "NAME none".
 std::string DescribeStored(const std::string& name);
-// Every stored scan, for comparing the store before and after a run.
+// Describe of every stored scan, a line each.
 std::string DumpStore();
 
-// Fragments of the wizards' exchanges, key by key.
-Script FrequencyMenu(const char* titleKey, const std::string& choice);
-Script WeekDayEntry(const std::string& day);
-Script FirstBootEntry(const std::string& answer);
-Script TimeEntry(const char* lead, const std::string& hour, const std::string& minute,
-                 const std::string& second);
-Script OptionsEntry(const std::string& archive, const std::string& spyware, const std::string& dump,
-                    const std::string& packed);
-Script ActionEntry(const std::string& choice);
-Script DirEntry(const std::string& path, const std::string& more);
-Script PressKeyAfterLimit();  // the refused 101st directory
+// The standard seed of the command paths and the fuzz targets: three scans
+// and three reports.
+//   Daily15charName  root's MakeScan
+//   Weekly16charName user 1's, weekly on Tuesday every 4 weeks, not
+//                    repeated, no options, repair or delete, directories a b
+//   Boot             user 4242's (no login name), first boot, every option,
+//                    delete
+// Reports d1 (Daily15charName, root's), d2 (Weekly16charName, user 1's) and
+// d3 (Daily15charName, root's) in files schd0001.rpt to schd0003.rpt.
+void SeedScansAndReports();
+// The date and time of every index entry in order, ";", then every file of
+// the product directory besides the store and the index, e.g.
+// "d1 d3; reports/schd0001.rpt reports/schd0003.rpt".
+std::string ReportsState();
 
-}  // namespace scantest
+// A fresh directory under /tmp, removed with everything in it at the end.
+class ScratchDirectory {
+ public:
+  ScratchDirectory();
+  ~ScratchDirectory();
+  ScratchDirectory(const ScratchDirectory&) = delete;
+  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+  const std::string& path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace testing_support

@@ -16,39 +16,25 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Reads the msgid/msgstr pairs of a PO text.
+// The msgid/msgstr pairs of a PO text whose entries are one line each (as
+// the catalogue's and xgettext's with --no-wrap are), the header left out.
 std::map<std::string, std::string> ParsePo(const std::string& po) {
-  std::map<std::string, std::string> entries;
-  std::string id, str, *current = nullptr;
-  auto flush = [&] {
-    if (current == &str) entries[id] = str;
-    id.clear();
-    str.clear();
-    current = nullptr;
-  };
-  std::istringstream lines(po);
-  for (std::string line; std::getline(lines, line);) {
-    std::size_t quote = line.find('"');
-    if (line.rfind("msgid ", 0) == 0) {
-      flush();
-      current = &id;
-    } else if (line.rfind("msgstr ", 0) == 0) {
-      current = &str;
-    } else if (line.empty() || line[0] != '"') {
-      continue;
-    }
-    if (current == nullptr || quote == std::string::npos) continue;
-    const std::size_t end = line.rfind('"');
-    for (std::size_t i = quote + 1; i < end; ++i) {
+  auto unquote = [](const std::string& line) {
+    std::string text;
+    for (std::size_t i = line.find('"') + 1; i + 1 < line.size(); ++i) {
       char c = line[i];
-      if (c == '\\' && i + 1 < end) {
-        char e = line[++i];
-        c = e == 'n' ? '\n' : e == 't' ? '\t' : e == 'r' ? '\r' : e;
-      }
-      current->push_back(c);
+      if (c == '\\') c = line[++i] == 'n' ? '\n' : line[i] == 't' ? '\t' : line[i];
+      text.push_back(c);
     }
+    return text;
+  };
+  std::map<std::string, std::string> entries;
+  std::istringstream lines(po);
+  std::string id;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("msgid ")) id = unquote(line);
+    if (line.starts_with("msgstr ") && !id.empty()) entries[id] = unquote(line);
   }
-  flush();
   return entries;
 }
 
@@ -120,7 +106,7 @@ TEST(Catalogue, EveryPrintedKeyHasATextWithTheCallersConversions) {
   std::set<std::string> printed;
   for (const Signature& signature : kSignatures) {
     const std::string extracted =
-        CommandOutput(std::string("xgettext --language=C++ --from-code=UTF-8 -k ") + signature.keywords +
+        CommandOutput(std::string("xgettext --language=C++ --from-code=UTF-8 --no-wrap -k ") + signature.keywords +
             " --omit-header --no-location -o -" + sources);
     for (const auto& [key, unused] : ParsePo(extracted)) {
       if (key.empty()) continue;

@@ -2,8 +2,9 @@
 // as data files in tests/golden/ (NAME.in is what the user types, NAME.out
 // what the tool prints). Every run starts from the same seeded store, index
 // and report files. In the files, @PRODUCT_DIR@, @SCAN_DIR@ and @TOOL@ stand
-// for the paths of this build. SCHSCAN_RECORD_GOLDEN=1 writes the .out
-// files anew from what the tool prints now.
+// for the paths of this build. The runs ask for other languages through the
+// environment, which must change nothing. SCHSCAN_RECORD_GOLDEN=1 writes the
+// .out files anew from what the tool prints now.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -24,7 +25,7 @@ std::string Replace(std::string text, const std::string& from, const std::string
 }
 
 std::string ScanDirRoot() {
-  const std::string a = scantest::MakeDir("a");
+  const std::string a = testing_support::ScanDir("a");
   return a.substr(0, a.size() - 2);
 }
 
@@ -39,8 +40,8 @@ std::string Substitute(std::string text, bool back) {
 
 void Seed() {
   harness::ResetProductDir(true);
-  scantest::MakeDir("b");
-  tagSCHEDULE_SCAN_ENTRY nightly = scantest::MakeScan("Nightly", 0);
+  testing_support::ScanDir("b");
+  tagSCHEDULE_SCAN_ENTRY nightly = testing_support::MakeScan("Nightly", 0);
   nightly.nHour = 2;
   nightly.nMinute = 30;
   nightly.nSecond = 0;
@@ -48,26 +49,26 @@ void Seed() {
   nightly.bRepeatScan = 0;
   nightly.byScanOptions = SCAN_OPT_ARCHIVE | SCAN_OPT_PACKED;
   nightly.nScanAction = ACTION_REPORT_ONLY;
-  scantest::StoreScan(nightly);
-  tagSCHEDULE_SCAN_ENTRY weekly = scantest::MakeScan("Weekly16charName", 1);
+  testing_support::StoreScan(nightly);
+  tagSCHEDULE_SCAN_ENTRY weekly = testing_support::MakeScan("Weekly16charName", 1);
   weekly.byFrequency = FREQ_WEEKLY;
   weekly.byWeekDay = 2;
   weekly.byRepeatUnit = REPEAT_UNIT_MINUTES;
   weekly.nRepeatInterval = 90;
   weekly.byScanOptions = SCAN_OPT_SPYWARE;
   weekly.nScanAction = ACTION_REPAIR_DELETE;
-  scantest::SetDirectories(weekly, {scantest::MakeDir("a"), scantest::MakeDir("b")});
-  scantest::StoreScan(weekly);
-  tagSCHEDULE_SCAN_ENTRY boot = scantest::MakeScan("Boot", 0);
+  testing_support::SetDirectories(weekly, {testing_support::ScanDir("a"), testing_support::ScanDir("b")});
+  testing_support::StoreScan(weekly);
+  tagSCHEDULE_SCAN_ENTRY boot = testing_support::MakeScan("Boot", 0);
   boot.bFirstBootScan = 1;
   boot.byScanOptions = 0x0f;
   boot.nScanAction = ACTION_DELETE;
-  scantest::StoreScan(boot);
-  scan_service::AddNamedReport("schd0001.rpt", "Nightly", "2026-11-20 02:30:00", 0,
+  testing_support::StoreScan(boot);
+  testing_support::AddNamedReport("schd0001.rpt", "Nightly", "2026-11-20 02:30:00", 0,
                                "Report of Nightly, 20 November\n");
-  scan_service::AddNamedReport("schd0002.rpt", "Weekly16charName", "2026-11-16 10:20:30", 1,
+  testing_support::AddNamedReport("schd0002.rpt", "Weekly16charName", "2026-11-16 10:20:30", 1,
                                "Report of Weekly16charName\n");
-  scan_service::AddNamedReport("schd0003.rpt", "Nightly", "2026-11-21 02:30:00", 0,
+  testing_support::AddNamedReport("schd0003.rpt", "Nightly", "2026-11-21 02:30:00", 0,
                                "Report of Nightly, 21 November\n");
 }
 
@@ -77,9 +78,13 @@ TEST(Golden, EachCommandPrintsItsTranscript) {
     SCOPED_TRACE(command);
     Seed();
     const std::string base = std::string(GOLDEN_DIR) + "/" + command;
-    const harness::RunResult run =
-        harness::RunTool({std::string("--") + command},
-                         Substitute(harness::ReadFile(base + ".in"), false));
+    harness::RunOptions options;
+    options.args = {std::string("--") + command};
+    options.input = Substitute(harness::ReadFile(base + ".in"), false);
+    // The language is fixed, whatever the environment asks for.
+    options.extraEnvironment = {"LANGUAGE=fr:de", "LANG=de_DE.UTF-8", "LC_ALL=C",
+                                "LC_MESSAGES=fr_FR.UTF-8"};
+    const harness::RunResult run = harness::RunTool(options);
     EXPECT_EQ(run.exitStatus, 0);
     const std::string output = Substitute(run.output, true);
     if (record) {

@@ -18,6 +18,7 @@
 #include <stdexcept>
 
 #include "product_paths.h"
+#include "testing/scan_fixtures.h"
 
 namespace fs = std::filesystem;
 
@@ -60,10 +61,7 @@ const std::string& ToolPath() {
 
 void ResetProductDir(bool withCatalogue) {
   const fs::path product = kProductDir;
-  fs::remove_all(product);
-  fs::create_directories(product / "reports");
-  Check(chmod(product.c_str(), 0777) == 0, "chmod product");
-  Check(chmod((product / "reports").c_str(), 0777) == 0, "chmod reports");
+  testing_support::ResetProduct();
   CopyFile(TSKVAULT_LIBRARY, product / "tskvault.so", 0755);
   if (withCatalogue) {
     const fs::path messages = product / "translation/en_US/LC_MESSAGES";

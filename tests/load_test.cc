@@ -79,7 +79,7 @@ void ExpectAllOk(const std::vector<std::vector<Outcome>>& outcomes) {
 // Every stored scan as "name owner", sorted.
 std::vector<std::string> StoredNames() {
   std::vector<std::string> names;
-  std::istringstream dump(scantest::DumpStore());
+  std::istringstream dump(testing_support::DumpStore());
   std::string name;
   std::string owner;
   std::string rest;
@@ -95,7 +95,7 @@ std::optional<uid_t> UserOf(int process) {
 
 TEST(EightProcesses, AddAndDeleteScansLosingAndDoublingNothing) {
   harness::ResetProductDir(false);
-  g_directory = scantest::MakeDir("a");
+  g_directory = testing_support::ScanDir("a");
   // The store does not exist yet: eight adds race to create it.
   ExpectAllOk(AtOnce([](int i) { return std::vector{Add("First" + std::to_string(i), {})}; }));
   ASSERT_EQ(StoredNames().size(), static_cast<std::size_t>(kProcesses));
@@ -132,11 +132,11 @@ TEST(EightProcesses, DeleteTheirReportsAndKeepEveryoneElses) {
   for (int round = 0; round < 5; ++round) {
     for (uid_t user = 1001; user <= 1000 + kProcesses + 1; ++user) {
       const auto entry =
-          scan_service::MakeReportEntry("Scan" + std::to_string(user), "d" + std::to_string(round),
+          testing_support::MakeReportEntry("Scan" + std::to_string(user), "d" + std::to_string(round),
                                         std::string(kReportsDir) + "/gone" + std::to_string(user) +
                                             "-" + std::to_string(round) + ".rpt",
                                         user);
-      ASSERT_TRUE(scan_service::AppendReportEntry(entry));
+      ASSERT_TRUE(testing_support::AppendReportEntry(entry));
       if (user == 1000 + kProcesses + 1) kept.push_back(entry);
     }
   }

@@ -77,7 +77,7 @@ void ExpectRun(const std::string& word, const std::string& input, std::optional<
 // A daily scan at 10:20:30 every 2 days, four options, report only, one
 // directory, confirmed.
 std::string AddInput(const std::string& name) {
-  return name + "\n1\nn\n10\n20\n30\n2\nn\ny\ny\ny\ny\n4\n" + scantest::MakeDir("a") + "\nn\ny\n";
+  return name + "\n1\nn\n10\n20\n30\n2\nn\ny\ny\ny\ny\n4\n" + testing_support::ScanDir("a") + "\nn\ny\n";
 }
 // Keeps everything but the recurrence, which becomes every 5 days.
 std::string ModifyInput(const std::string& name) {
@@ -160,16 +160,16 @@ TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
   EXPECT_NE(view.output.find("NobodyScan"), std::string::npos) << view.output;
   EXPECT_EQ(view.output.find("DaemonScan"), std::string::npos) << view.output;
   ExpectRun("--modify", ModifyInput("NobodyScan"), kNobody, "NobodyScan was modified");
-  EXPECT_EQ(scantest::DescribeStored("NobodyScan"),
+  EXPECT_EQ(testing_support::DescribeStored("NobodyScan"),
             "NobodyScan u65534 f0 d0 b0 10:20:30 r5 p0/0/0 o15 a3 [a]");
   ExpectRun("--delete", "NobodyScan\n", kNobody, "The scheduled scan was deleted");
-  EXPECT_EQ(scantest::DescribeStored("NobodyScan"), "none");
-  EXPECT_EQ(scantest::DumpStore().find("DaemonScan u1 "), 0u);
+  EXPECT_EQ(testing_support::DescribeStored("NobodyScan"), "NobodyScan none");
+  EXPECT_EQ(testing_support::DumpStore().find("DaemonScan u1 "), 0u);
 
   // Reports as the scan service (root) writes them.
-  const std::string mine = scan_service::AddReport("NobodyScan", "d1", kNobody, "nobody's\n");
-  const std::string daemons = scan_service::AddReport("DaemonScan", "d2", kDaemon, "daemon's\n");
-  scan_service::AddReport("NobodyScan", "d3", kNobody, "nobody's too\n");
+  const std::string mine = testing_support::AddReport("NobodyScan", "d1", kNobody, "nobody's\n");
+  const std::string daemons = testing_support::AddReport("DaemonScan", "d2", kDaemon, "daemon's\n");
+  testing_support::AddReport("NobodyScan", "d3", kNobody, "nobody's too\n");
   ExpectRun("--reports", "y\n1\n", kNobody, "nobody's\n");
   ExpectRun("--delreports", "3\n", kNobody, "2 report(s) deleted");
   EXPECT_FALSE(fs::exists(mine));
@@ -198,7 +198,7 @@ TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
 TEST_F(Privileges, PagerRunsWithoutTheToolsGroup) {
   if (!kSetgidRunsCleanly) GTEST_SKIP() << "a sanitized tool cannot end cleanly as setgid";
   Install(std::to_string(kToolGroup));
-  scan_service::AddReport("NobodyScan", "d1", kNobody,
+  testing_support::AddReport("NobodyScan", "d1", kNobody,
                           "first line of the report\n" + std::string(1 << 20, 'x') + "\n");
   std::string toolGroups;
   std::string pagerGroups;
@@ -223,7 +223,7 @@ TEST_F(Privileges, InstallWithoutTheGroupServesRootAlone) {
   // An ordinary user gets a clear refusal from the store it cannot open.
   ExpectRun("--view", "", kNobody, "The scheduled scan list could not be read");
   ExpectRun("--reports", "", kNobody, "There are no reports to view");
-  EXPECT_EQ(scantest::DumpStore(), "RootScan u0 f0 d0 b0 10:20:30 r2 p0/0/0 o15 a3 [a]\n");
+  EXPECT_EQ(testing_support::DumpStore(), "RootScan u0 f0 d0 b0 10:20:30 r2 p0/0/0 o15 a3 [a]\n");
 }
 
 }  // namespace

@@ -6,11 +6,13 @@
 
 #include <fstream>
 
-#include "tskvault/task_store_test_support.h"
+#include "taskstore/result_codes.h"
+#include "taskstore/task_store.h"
+#include "testing/scan_fixtures.h"
 
 namespace {
 
-using tskvault_test::ScratchDirectory;
+using testing_support::ScratchDirectory;
 
 std::uint32_t CheckPath(const std::string& path) {
   std::uint32_t code = SCHSCAN_OK;
@@ -52,8 +54,10 @@ TEST(DirectoryPathCheck, Codes) {
 
 TEST(DirectoryPathCheck, NameThatOnlyBeginsLikeASystemDirectory) {
   if (geteuid() != 0) GTEST_SKIP() << "creating a directory in / needs root";
-  ScratchDirectory beside("/procXXXXXX");
-  EXPECT_EQ(CheckPath(beside.path()), SCHSCAN_OK);
+  char beside[] = "/procXXXXXX";
+  ASSERT_NE(mkdtemp(beside), nullptr);
+  EXPECT_EQ(CheckPath(beside), SCHSCAN_OK);
+  rmdir(beside);
 }
 
 // Permissions are those of the real user: checked in a child that has

@@ -5,7 +5,9 @@
 #include <cstring>
 #include <functional>
 
-#include "tskvault/task_store_test_support.h"
+#include "taskstore/result_codes.h"
+#include "taskstore/task_store.h"
+#include "testing/scan_fixtures.h"
 
 namespace {
 
@@ -55,7 +57,8 @@ TEST(ScanRecordRules, AllowedValues) {
       {"every 24 hours", [&](auto& e) { repeated(e); e.byRepeatUnit = 0; e.nRepeatInterval = 24; },
        false},
       {"repeat unit 2", [&](auto& e) { repeated(e); e.byRepeatUnit = 2; }, false},
-      {"no repeat ignores interval", [](auto& e) { e.nRepeatInterval = -7; e.byRepeatUnit = 5; },
+      {"no repeat ignores interval",
+       [](auto& e) { e.bRepeatScan = 0; e.nRepeatInterval = -7; e.byRepeatUnit = 5; },
        true},
       {"repeat flag 2", [](auto& e) { e.bRepeatScan = 2; }, false},
       {"action 3", [](auto& e) { e.nScanAction = 3; }, true},
@@ -79,7 +82,7 @@ TEST(ScanRecordRules, AllowedValues) {
       {"name without NUL", [](auto& e) { std::memset(e.szScanName, 'n', SCAN_NAME_SIZE); }, false},
   };
   for (const auto& c : cases) {
-    tagSCHEDULE_SCAN_ENTRY entry = tskvault_test::MakeScan("Scan", 1000);
+    tagSCHEDULE_SCAN_ENTRY entry = testing_support::MakeScan("Scan", 1000);
     c.change(entry);
     EXPECT_EQ(tskvault::IsStorableScanRecord(entry), c.storable) << c.what;
   }

@@ -6,25 +6,29 @@
 #include <string>
 #include <vector>
 
-#include "tskvault/task_store_test_support.h"
+#include "taskstore/result_codes.h"
+#include "taskstore/task_store.h"
+#include "testing/scan_fixtures.h"
 
 namespace {
 
-using tskvault_test::Add;
-using tskvault_test::MakeScan;
-using tskvault_test::ScratchDirectory;
+using testing_support::AddScan;
+using testing_support::MakeScan;
 
 constexpr std::uint32_t kAlice = 1000;
 constexpr std::uint32_t kBob = 2000;
 constexpr std::uint32_t kRoot = 0;
 
-// A store with Alice's scan "Mine" and Bob's scan "Theirs".
+// The product's store, with Alice's scan "Mine" and Bob's scan "Theirs".
+void SeedTwoScans() {
+  testing_support::ResetProduct();
+  ASSERT_EQ(AddScan(MakeScan("Mine", kAlice)), SCHSCAN_OK);
+  ASSERT_EQ(AddScan(MakeScan("Theirs", kBob)), SCHSCAN_OK);
+}
+
 class TaskStoreTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(Add(store_, MakeScan("Mine", kAlice)), SCHSCAN_OK);
-    ASSERT_EQ(Add(store_, MakeScan("Theirs", kBob)), SCHSCAN_OK);
-  }
+  void SetUp() override { SeedTwoScans(); }
 
   std::vector<std::string> ListNames(std::uint32_t user) {
     ScheduleScanList list;
@@ -35,14 +39,12 @@ class TaskStoreTest : public ::testing::Test {
     return names;
   }
 
-  ScratchDirectory scratch_;
-  std::string store_ = scratch_ / "tsklst.inf";
+  const std::string store_ = kTaskListPath;
 };
 
-std::uint32_t CheckName(const std::string& store, const std::string& name, std::int32_t mode,
-                        std::uint32_t user) {
+std::uint32_t CheckName(const std::string& name, std::int32_t mode, std::uint32_t user) {
   std::uint32_t code = SCHSCAN_OK;
-  return ValidateTaskNameAt(store.c_str(), name.c_str(), mode, user, &code) ? SCHSCAN_OK : code;
+  return ValidateTaskName(name.c_str(), mode, user, &code) ? SCHSCAN_OK : code;
 }
 
 TEST_F(TaskStoreTest, NewNameCodes) {
@@ -62,32 +64,31 @@ TEST_F(TaskStoreTest, NewNameCodes) {
       {std::string(254, 'a'), kAlice, SCHSCAN_OK},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(CheckName(store_, c.name, kNameMustBeNew, c.user), c.code) << c.name;
+    EXPECT_EQ(CheckName(c.name, kNameMustBeNew, c.user), c.code) << c.name;
   }
-  EXPECT_EQ(CheckName(scratch_ / "none.inf", "Mine", kNameMustBeNew, kAlice), SCHSCAN_OK);
-  EXPECT_EQ(CheckName(store_, "Mine", 7, kAlice), SCHSCAN_ERR_LIST_OPERATION);
+  EXPECT_EQ(CheckName("Mine", 7, kAlice), SCHSCAN_ERR_LIST_OPERATION);
+  testing_support::ResetProduct();
+  EXPECT_EQ(CheckName("Mine", kNameMustBeNew, kAlice), SCHSCAN_OK);  // no store yet
 }
 
 // Mode 0 and the three by-name calls answer alike.
 TEST(TaskStoreByName, CodesOfEveryByNameCall) {
-  using Call = std::function<std::uint32_t(const std::string&, const char*, std::uint32_t)>;
+  using Call = std::function<std::uint32_t(const char*, std::uint32_t)>;
   const Call calls[] = {
-      [](const std::string& store, const char* name, std::uint32_t user) {
-        return CheckName(store, name, kNameMustExist, user);
-      },
-      [](const std::string& store, const char* name, std::uint32_t user) {
+      [](const char* name, std::uint32_t user) { return CheckName(name, kNameMustExist, user); },
+      [](const char* name, std::uint32_t user) {
         tagSCHEDULE_SCAN_ENTRY entry = MakeScan(name, 0);
         std::uint32_t code = SCHSCAN_OK;
-        return GetScheduleScanTaskDetails(store.c_str(), &entry, user, &code) ? SCHSCAN_OK : code;
+        return GetScheduleScanTaskDetails(kTaskListPath, &entry, user, &code) ? SCHSCAN_OK : code;
       },
-      [](const std::string& store, const char* name, std::uint32_t user) {
+      [](const char* name, std::uint32_t user) {
         tagSCHEDULE_SCAN_ENTRY entry = MakeScan(name, 0, {"/changed"});
         std::uint32_t code = SCHSCAN_OK;
-        return ModifyScheduleScanTask(store.c_str(), &entry, user, &code) ? SCHSCAN_OK : code;
+        return ModifyScheduleScanTask(kTaskListPath, &entry, user, &code) ? SCHSCAN_OK : code;
       },
-      [](const std::string& store, const char* name, std::uint32_t user) {
+      [](const char* name, std::uint32_t user) {
         std::uint32_t code = SCHSCAN_OK;
-        return DeleteScheduleScanTask(store.c_str(), name, user, &code) ? SCHSCAN_OK : code;
+        return DeleteScheduleScanTask(kTaskListPath, name, user, &code) ? SCHSCAN_OK : code;
       },
   };
   enum class Store { kMissing, kEmptied, kTwoScans };
@@ -107,25 +108,21 @@ TEST(TaskStoreByName, CodesOfEveryByNameCall) {
   };
   for (std::size_t call = 0; call < std::size(calls); ++call) {
     for (const auto& c : cases) {
-      ScratchDirectory scratch;
-      const std::string store = scratch / "tsklst.inf";
-      if (c.store != Store::kMissing) {
-        ASSERT_EQ(Add(store, MakeScan("Mine", kAlice)), SCHSCAN_OK);
-        ASSERT_EQ(Add(store, MakeScan("Theirs", kBob)), SCHSCAN_OK);
-      }
+      testing_support::ResetProduct();
+      if (c.store != Store::kMissing) SeedTwoScans();
       if (c.store == Store::kEmptied) {
         std::uint32_t code = SCHSCAN_OK;
-        ASSERT_TRUE(DeleteScheduleScanTask(store.c_str(), "Mine", kAlice, &code));
-        ASSERT_TRUE(DeleteScheduleScanTask(store.c_str(), "Theirs", kBob, &code));
+        ASSERT_TRUE(DeleteScheduleScanTask(kTaskListPath, "Mine", kAlice, &code));
+        ASSERT_TRUE(DeleteScheduleScanTask(kTaskListPath, "Theirs", kBob, &code));
       }
-      EXPECT_EQ(calls[call](store, c.name, c.user), c.code)
+      EXPECT_EQ(calls[call](c.name, c.user), c.code)
           << "call " << call << ", name " << c.name << ", user " << c.user;
     }
   }
 }
 
 TEST_F(TaskStoreTest, ListsByOwnerInCreationOrder) {
-  ASSERT_EQ(Add(store_, MakeScan("Third", kAlice)), SCHSCAN_OK);
+  ASSERT_EQ(AddScan(MakeScan("Third", kAlice)), SCHSCAN_OK);
   tagSCHEDULE_SCAN_ENTRY changed = MakeScan("Mine", kBob, {"/a", "/b"});
   std::uint32_t code = SCHSCAN_OK;
   ASSERT_TRUE(ModifyScheduleScanTask(store_.c_str(), &changed, kAlice, &code)) << code;
@@ -143,10 +140,11 @@ TEST_F(TaskStoreTest, ListsByOwnerInCreationOrder) {
   EXPECT_STREQ(list[0].vecScanItems.PathAt(0), "/x");
   ASSERT_EQ(list[1].vecScanItems.size(), 2u);
   EXPECT_STREQ(list[1].vecScanItems.PathAt(1), "/b");
-  EXPECT_STREQ(list[2].vecScanItems.PathAt(0), "/data");
+  EXPECT_STREQ(list[2].vecScanItems.PathAt(0), testing_support::ScanDir("a").c_str());
 
   list.clear();
-  EXPECT_FALSE(ReadScheduleScanTaskList((scratch_ / "none.inf").c_str(), list, kRoot, &code));
+  testing_support::ResetProduct();
+  EXPECT_FALSE(ReadScheduleScanTaskList(kTaskListPath, list, kRoot, &code));
   EXPECT_EQ(code, SCHSCAN_ERR_LIST_NOT_FOUND);
 }
 
@@ -155,18 +153,20 @@ TEST_F(TaskStoreTest, DeletingTheLastScanLeavesAnEmptyStore) {
   ASSERT_TRUE(DeleteScheduleScanTask(store_.c_str(), "Mine", kAlice, &code));
   ASSERT_TRUE(DeleteScheduleScanTask(store_.c_str(), "Theirs", kRoot, &code));
   EXPECT_EQ(ListNames(kRoot), std::vector<std::string>{});
-  EXPECT_EQ(tskvault_test::QueryStore(store_, "SELECT count(*) FROM items"), "0");
-  EXPECT_EQ(Add(store_, MakeScan("Mine", kBob)), SCHSCAN_OK);  // the name is free again
+  EXPECT_EQ(testing_support::QueryStore(store_, "SELECT count(*) FROM items"), "0");
+  EXPECT_EQ(AddScan(MakeScan("Mine", kBob)), SCHSCAN_OK);  // the name is free again
 }
 
 TEST_F(TaskStoreTest, AddAndModifyRefuse) {
-  EXPECT_EQ(Add(store_, MakeScan("Mine", kAlice)), SCHSCAN_ERR_NAME_CONFIGURED);
-  EXPECT_EQ(Add(store_, MakeScan("Mine", kRoot)), SCHSCAN_ERR_OTHER_USER);
-  EXPECT_EQ(Add(store_, MakeScan("Theirs", kAlice)), SCHSCAN_ERR_OTHER_USER);
+  EXPECT_EQ(AddScan(MakeScan("Mine", kAlice)), SCHSCAN_ERR_NAME_CONFIGURED);
+  EXPECT_EQ(AddScan(MakeScan("Mine", kRoot)), SCHSCAN_ERR_OTHER_USER);
+  EXPECT_EQ(AddScan(MakeScan("Theirs", kAlice)), SCHSCAN_ERR_OTHER_USER);
 
   tagSCHEDULE_SCAN_ENTRY bad = MakeScan("New", kAlice);
   bad.nHour = 24;
-  EXPECT_EQ(Add(store_, MakeScan("New", kAlice, {})), SCHSCAN_ERR_LIST_OPERATION);
+  tagSCHEDULE_SCAN_ENTRY none = MakeScan("New", kAlice);
+  none.vecScanItems.Clear();
+  EXPECT_EQ(AddScan(none), SCHSCAN_ERR_LIST_OPERATION);
   std::uint32_t code = SCHSCAN_OK;
   EXPECT_FALSE(AddScheduleScanTask(store_.c_str(), &bad, &code));
   EXPECT_EQ(code, SCHSCAN_ERR_LIST_OPERATION);
@@ -190,9 +190,10 @@ void ExpectSameRecord(const tagSCHEDULE_SCAN_ENTRY& got, const tagSCHEDULE_SCAN_
 }
 
 TEST(TaskStoreRoundTrip, EveryFieldComesBackUnchanged) {
-  ScratchDirectory scratch;
+  testing_support::ScratchDirectory scratch;
   const std::string store = scratch / "tsklst.inf";
-  tagSCHEDULE_SCAN_ENTRY entry = MakeScan(std::string(254, 'Z'), 4294967294u, {});
+  tagSCHEDULE_SCAN_ENTRY entry = MakeScan(std::string(254, 'Z'), 4294967294u);
+  entry.vecScanItems.Clear();
   entry.byFrequency = FREQ_WEEKLY;
   entry.bFirstBootScan = 1;  // time, recurrence and repeat unused: kept as they are
   entry.nHour = -300;
@@ -210,8 +211,8 @@ TEST(TaskStoreRoundTrip, EveryFieldComesBackUnchanged) {
   for (std::size_t i = 0; i < sizeof entry.abyReserved2; ++i) entry.abyReserved2[i] = 0x80 + i;
   entry.vecScanItems.AppendPath(("/" + std::string(1022, 'p')).c_str());
   for (int i = 1; i < 100; ++i) entry.vecScanItems.AppendPath(("/dir/" + std::to_string(i)).c_str());
-  ASSERT_EQ(Add(store, MakeScan("Before", 1)), SCHSCAN_OK);
-  ASSERT_EQ(Add(store, MakeScan(entry.szScanName, 0)), SCHSCAN_OK);  // replaced below
+  ASSERT_EQ(AddScan(MakeScan("Before", 1), store.c_str()), SCHSCAN_OK);
+  ASSERT_EQ(AddScan(MakeScan(entry.szScanName, 0), store.c_str()), SCHSCAN_OK);  // replaced below
 
   std::uint32_t code = SCHSCAN_OK;
   ASSERT_TRUE(ModifyScheduleScanTask(store.c_str(), &entry, kRoot, &code)) << code;
@@ -231,7 +232,7 @@ TEST(TaskStoreRoundTrip, EveryFieldComesBackUnchanged) {
 // empty fields. Found by fuzzing: an empty value was copied from a null
 // address (undefined behaviour, caught by UBSan).
 TEST(TaskStoreForeignRows, EmptyStoredStringsReadAsEmptyFields) {
-  ScratchDirectory scratch;
+  testing_support::ScratchDirectory scratch;
   const std::string store = scratch / "tsklst.inf";
   std::ofstream(store).close();
   for (const char* sql :
@@ -242,7 +243,7 @@ TEST(TaskStoreForeignRows, EmptyStoredStringsReadAsEmptyFields) {
         "INSERT INTO scans VALUES (1, '', 0, 0, 0, 10, 0, 0, 0, 1, 0, 0, 0, zeroblob(2), 0, 0,"
         " zeroblob(21))",
         "INSERT INTO items VALUES (1, 0, x'')"}) {
-    ASSERT_EQ(tskvault_test::QueryStore(store, sql), "") << sql;
+    ASSERT_EQ(testing_support::QueryStore(store, sql), "") << sql;
   }
   ScheduleScanList list;
   std::uint32_t code = SCHSCAN_OK;
@@ -251,6 +252,15 @@ TEST(TaskStoreForeignRows, EmptyStoredStringsReadAsEmptyFields) {
   EXPECT_EQ(list[0].szScanName[0], '\0');
   ASSERT_EQ(list[0].vecScanItems.size(), 1u);
   EXPECT_EQ(list[0].vecScanItems.PathAt(0)[0], '\0');
+}
+
+TEST(UserName, KnownAndUnknownIds) {
+  std::string name = "previous contents";
+  std::uint32_t code = SCHSCAN_OK;
+  ASSERT_TRUE(GetUserNameFormUserID(0, name, &code));
+  EXPECT_EQ(name, "root");
+  EXPECT_FALSE(GetUserNameFormUserID(3999999999u, name, &code));  // no such user
+  EXPECT_EQ(code, SCHSCAN_ERR_NAME_NOT_CONFIGURED);
 }
 
 }  // namespace

@@ -1,0 +1,63 @@
+// Ctrl-C and the end of input at every prompt of every command, on the paths
+// of the command tables: every prompt is reached by typing the answers before
+// it, once with standard input ending there and once with SIGINT while the
+// tool waits. Both must end the tool with the same output, a line break
+// last, exit status 0, and the store and the index unchanged (delete reports
+// removes each report file as its deletion is confirmed).
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "testing/command_paths.h"
+#include "testing/scan_fixtures.h"
+#include "tests/harness.h"
+
+namespace {
+
+using namespace testing_support;
+
+TEST(EveryPrompt, EndOfInputAndCtrlCEndTheCommandAndChangeNothing) {
+  std::set<std::string> tried;  // command, user, previous prompt and prompt
+  int prompts = 0;
+  for (const auto* table : {&AddPaths(), &ModifyPaths(), &ViewPaths(), &DeletePaths(),
+                            &ViewReportsPaths(), &DeleteReportsPaths()}) {
+    for (const CommandPath& path : *table) {
+      harness::ResetProductDir(false);
+      SeedScansAndReports();
+      if (path.seed) path.seed();
+      const std::string store = DumpStore();
+      const std::string reports = ReportsState();
+      for (std::size_t i = 0; i < path.steps.size(); ++i) {
+        const std::string& prompt = path.steps[i].prompt;
+        const std::string before = i == 0 ? "" : path.steps[i - 1].prompt;
+        if (!tried.insert(path.command + std::to_string(path.user) + before + "|" + prompt).second)
+          continue;
+        ++prompts;
+        SCOPED_TRACE(path.command + ", " + path.what + ", at: " + prompt);
+        harness::RunOptions options;
+        options.args = {path.command};
+        options.input = InputOf({path.steps.begin(), path.steps.begin() + i});
+        if (path.user != 0) options.user = path.user;
+        options.timeoutMilliseconds = 2000;
+        const harness::RunResult ended = harness::RunTool(options);
+        EXPECT_EQ(ended.exitStatus, 0);
+        ASSERT_TRUE(ended.output.ends_with(prompt + "\n")) << ended.output;
+        // The same prompt, found by the whole output: earlier ones may look alike.
+        options.interruptAfter = ended.output.substr(0, ended.output.size() - 1);
+        const harness::RunResult interrupted = harness::RunTool(options);
+        EXPECT_EQ(interrupted.exitStatus, 0);
+        EXPECT_EQ(interrupted.output, ended.output);
+        EXPECT_EQ(DumpStore(), store);
+        const std::string now = ReportsState();
+        EXPECT_EQ(path.command == "schscan_args_delrpt" ? now.substr(0, now.find(';')) : now,
+                  path.command == "schscan_args_delrpt" ? reports.substr(0, reports.find(';'))
+                                                         : reports);
+      }
+    }
+  }
+  RecordProperty("prompts", prompts);
+  EXPECT_GE(prompts, 100);
+}
+
+}  // namespace
