@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# clang-tidy (the checks in .clang-tidy) and cppcheck over the tool's own
-# sources; either finding fails the run. Needs a build directory configured
-# with CMAKE_EXPORT_COMPILE_COMMANDS=ON (the test build is).
+# clang-tidy (the checks in .clang-tidy) and cppcheck over the product's
+# sources, and the layer rule over all includes; any finding fails the run.
+# Needs a build directory configured with CMAKE_EXPORT_COMPILE_COMMANDS=ON
+# (the test build is).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build_dir=${1:-build-test}
@@ -15,4 +16,5 @@ echo "==> cppcheck"
 cppcheck --quiet --enable=warning,performance,portability --std=c++20 --language=c++ \
          --error-exitcode=1 --inline-suppr --suppress=missingIncludeSystem \
          -I . -I "$build_dir/generated" "${sources[@]}"
+bash scripts/check-layers.sh
 echo "static analysis clean"
