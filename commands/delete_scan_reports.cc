@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <string>
+#include <unordered_set>
 
 #include "commands/scan_name_prompt.h"
 #include "console/console_input.h"
@@ -76,6 +78,13 @@ bool DeleteScanReports(std::uint32_t* resultCode) {
     return true;
   }
   const std::uint32_t caller = getuid();
+  // The files that other owners' entries name: an ordinary user's entry that
+  // names one too leaves the index, but its file stays, for it may be another
+  // user's report written under a name drawn again.
+  std::unordered_set<std::string> othersFiles;
+  for (std::size_t i = 0; i < reports.size() && caller != 0; ++i) {
+    if (reports[i].dwUserId != caller) othersFiles.insert(FieldText(reports[i].szReportPath).c_str());
+  }
   // Each deleted entry loses its file at once; the index is rewritten once,
   // at the end, less exactly the entries taken out here.
   ReportsDirectory directory;
@@ -83,7 +92,8 @@ bool DeleteScanReports(std::uint32_t* resultCode) {
     const tagSCAN_REPORT_ENTRY& entry = reports[i];
     if (caller != 0 && entry.dwUserId != caller) continue;
     if (!ShouldDelete(choice, entry, scanName)) continue;
-    directory.RemoveReport(FieldText(entry.szReportPath).c_str());
+    const FieldText path(entry.szReportPath);
+    if (othersFiles.count(path.c_str()) == 0) directory.RemoveReport(path.c_str());
     reports.TakeOut(i);
   }
 

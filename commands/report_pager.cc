@@ -7,7 +7,8 @@
 
 #include <cerrno>
 #include <cstdio>
-
+#include <cstring>
+#include <initializer_list>
 
 namespace {
 
@@ -20,73 +21,88 @@ const char* FindPager() {
   return nullptr;
 }
 
-// Sets the disposition of the terminal's two keys; keeps the old ones.
-class KeyDispositions {
+// Ignores the terminal's two keys and a closed pipe for the scope.
+class IgnoredSignals {
  public:
-  explicit KeyDispositions(void (*handler)(int)) {
-    struct sigaction action {};
-    action.sa_handler = handler;
-    sigemptyset(&action.sa_mask);
-    savedInterrupt_ = sigaction(SIGINT, &action, &interrupt_) == 0;
-    savedQuit_ = sigaction(SIGQUIT, &action, &quit_) == 0;
+  IgnoredSignals() {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigemptyset(&ignore.sa_mask);
+    for (int i = 0; i < 3; ++i) saved_[i] = sigaction(kSignals[i], &ignore, &old_[i]) == 0;
   }
-  KeyDispositions(const KeyDispositions&) = delete;
-  KeyDispositions& operator=(const KeyDispositions&) = delete;
-  ~KeyDispositions() {
-    if (savedInterrupt_) sigaction(SIGINT, &interrupt_, nullptr);
-    if (savedQuit_) sigaction(SIGQUIT, &quit_, nullptr);
+  IgnoredSignals(const IgnoredSignals&) = delete;
+  IgnoredSignals& operator=(const IgnoredSignals&) = delete;
+  ~IgnoredSignals() {
+    for (int i = 0; i < 3; ++i) {
+      if (saved_[i]) sigaction(kSignals[i], &old_[i], nullptr);
+    }
   }
 
  private:
-  struct sigaction interrupt_ {};
-  struct sigaction quit_ {};
-  bool savedInterrupt_ = false;
-  bool savedQuit_ = false;
+  static constexpr int kSignals[3] = {SIGINT, SIGQUIT, SIGPIPE};
+  struct sigaction old_[3] {};
+  bool saved_[3] = {};
 };
 
-bool HasExtraPrivileges() { return getegid() != getgid() || geteuid() != getuid(); }
-
 // In the child, between fork and exec: async-signal-safe calls only.
-// `report` is the opened report to page from standard input, or -1 to hand
-// the pager `reportPath`.
-[[noreturn]] void ExecPager(const char* pager, const char* reportPath, int report) {
+[[noreturn]] void ExecPager(const char* pager, int input) {
   struct sigaction defaults {};
   defaults.sa_handler = SIG_DFL;
   sigemptyset(&defaults.sa_mask);
-  sigaction(SIGINT, &defaults, nullptr);
-  sigaction(SIGQUIT, &defaults, nullptr);
-  if (report >= 0 && (report == STDIN_FILENO ? fcntl(report, F_SETFD, 0) != 0
-                                             : dup2(report, STDIN_FILENO) != STDIN_FILENO))
-    _exit(127);
+  for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) sigaction(signal, &defaults, nullptr);
   const gid_t group = getgid();
   const uid_t user = getuid();
-  if (setresgid(group, group, group) != 0 || setresuid(user, user, user) != 0 ||
-      getegid() != group || geteuid() != user)
+  if (dup2(input, STDIN_FILENO) != STDIN_FILENO || setresgid(group, group, group) != 0 ||
+      setresuid(user, user, user) != 0 || getegid() != group || geteuid() != user)
     _exit(127);
-  char* const withPath[] = {const_cast<char*>("more"), const_cast<char*>(reportPath), nullptr};
-  char* const fromInput[] = {const_cast<char*>("more"), nullptr};
-  execv(pager, report >= 0 ? fromInput : withPath);
+  char* const argv[] = {const_cast<char*>("more"), nullptr};
+  execv(pager, argv);
   _exit(127);
+}
+
+// Copies the report into the pipe until its end, or until the pager stops
+// reading.
+void Pump(int report, int output) {
+  char chunk[65536];
+  for (;;) {
+    const ssize_t got = read(report, chunk, sizeof chunk);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return;
+    for (ssize_t done = 0; done < got;) {
+      const ssize_t n = write(output, chunk + done, static_cast<std::size_t>(got - done));
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) return;
+      done += n;
+    }
+  }
 }
 
 }  // namespace
 
-void ShowReportInPager(const char* reportPath, ReportsDirectory& reports) {
-  const char* pager = FindPager();
-  if (pager == nullptr) return;
-  int report = -1;
-  if (HasExtraPrivileges()) {
-    report = reports.OpenReport(reportPath);
-    if (report < 0) return;
-  }
+void SayCannotOpen(const char* reportPath, int error) {
   std::fflush(stdout);
-  {
-    KeyDispositions ignored(SIG_IGN);
+  std::fprintf(stderr, "more: cannot open %s: %s\n", reportPath, std::strerror(error));
+}
+
+void ShowReportInPager(const char* reportPath, ReportsDirectory& reports) {
+  const int report = reports.OpenReport(reportPath);
+  if (report < 0) {
+    SayCannotOpen(reportPath, errno);
+    return;
+  }
+  const char* pager = FindPager();
+  int fds[2];
+  if (pager != nullptr && pipe2(fds, O_CLOEXEC) == 0) {
+    std::fflush(stdout);
+    IgnoredSignals ignored;
     const pid_t child = fork();
-    if (child == 0) ExecPager(pager, reportPath, report);
+    if (child == 0) ExecPager(pager, fds[0]);
+    close(fds[0]);
+    if (child > 0) Pump(report, fds[1]);
+    close(fds[1]);
     int status = 0;
     while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
   }
-  if (report >= 0) close(report);
+  close(report);
 }

@@ -3,7 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
+#include <functional>
+#include <string_view>
 #include <vector>
 
 #include "commands/report_pager.h"
@@ -44,19 +48,43 @@ void PrintRow(int number, const tagSCAN_REPORT_ENTRY& entry) {
   PrintLiteral("\n");
 }
 
+// A row of the table: its entry's number in the file, and a digest of the
+// path and owner it listed, to know the entry again when it is read anew.
+struct Row {
+  std::uint64_t number;
+  std::size_t pathAndOwner;
+};
+
+// szReportPath and dwUserId lie side by side.
+std::size_t DigestOfPathAndOwner(const tagSCAN_REPORT_ENTRY& entry) {
+  return std::hash<std::string_view>{}(std::string_view(
+      entry.szReportPath, sizeof entry.szReportPath + sizeof entry.dwUserId));
+}
+
 // Prints the table of the caller's reports as the index is read, a row per
-// entry, and returns the entry number in the file of each row. Only these
-// numbers are kept, not the entries: a long index is listed at the pace of
-// reading it, in little memory.
-std::vector<std::uint64_t> ListReports(ReportIndexReader& index, std::uint32_t caller) {
-  std::vector<std::uint64_t> rows;
+// entry. Only a number and a digest are kept per row, not the entries: a
+// long index is listed at the pace of reading it, in little memory.
+std::vector<Row> ListReports(ReportIndexReader& index, std::uint32_t caller) {
+  std::vector<Row> rows;
   index.ForEach(caller, [&rows](const tagSCAN_REPORT_ENTRY& entry, std::uint64_t number) {
     if (rows.empty()) PrintTableHead();
-    rows.push_back(number);
+    rows.push_back({number, DigestOfPathAndOwner(entry)});
     PrintRow(static_cast<int>(rows.size()), entry);
   });
   if (!rows.empty()) PrintSeparator();
   return rows;
+}
+
+// True when an entry of another owner than `owner` names `path` too: the
+// file may be another user's report, written under a name that the scan
+// service drew again after `owner` removed the file.
+bool NamedByAnotherOwner(ReportIndexReader& index, const char* path, std::uint32_t owner) {
+  bool named = false;
+  index.ForEach(0, [&](const tagSCAN_REPORT_ENTRY& entry, std::uint64_t) {
+    named = named || (entry.dwUserId != owner &&
+                      std::strcmp(FieldText(entry.szReportPath).c_str(), path) == 0);
+  });
+  return named;
 }
 
 }  // namespace
@@ -66,7 +94,8 @@ bool ViewScanReports(std::uint32_t* resultCode) {
   *resultCode = SCHSCAN_OK;
   ReportIndexReader index;
   if (!index.Open(resultCode)) return false;
-  const std::vector<std::uint64_t> rows = ListReports(index, getuid());
+  const std::uint32_t caller = getuid();
+  const std::vector<Row> rows = ListReports(index, caller);
   if (rows.empty()) {
     PrintMessageLine("schscan_msg_noreportstoview");
     return true;
@@ -76,13 +105,20 @@ bool ViewScanReports(std::uint32_t* resultCode) {
       AskNumber({"\n", TextKey("schscan_msg_enter_rptno"), ":"}, 1,
                 static_cast<std::int32_t>(std::min<std::size_t>(rows.size(), INT32_MAX)),
                 {"", TextKey("schscan_valid_rptno"), ".\n"});
-  // The chosen row's entry, from the same open file as the table. Any path is
-  // shown, however long or strange: it reaches the pager as one argument,
-  // never through a shell.
+  // The chosen row's entry, from the same open file as the table: shown only
+  // while it still lists the same path and owner (a rewrite in place may have
+  // changed it), and for an ordinary user only while no other owner's entry
+  // names the file too.
+  const Row& row = rows[static_cast<std::size_t>(number) - 1];
   tagSCAN_REPORT_ENTRY entry;
-  ReportsDirectory reports;
-  if (index.ReadAgain(rows[static_cast<std::size_t>(number) - 1], &entry)) {
-    ShowReportInPager(FieldText(entry.szReportPath).c_str(), reports);
+  if (!index.ReadAgain(row.number, &entry)) return true;
+  const FieldText path(entry.szReportPath);
+  if (DigestOfPathAndOwner(entry) != row.pathAndOwner ||
+      (caller != 0 && NamedByAnotherOwner(index, path.c_str(), caller))) {
+    SayCannotOpen(path.c_str(), ENOENT);
+    return true;
   }
+  ReportsDirectory reports;
+  ShowReportInPager(path.c_str(), reports);
   return true;
 }

@@ -102,6 +102,13 @@ bool ForEachEntry(int fd, off_t* offset, Take&& take) {
   }
 }
 
+// Writes the header: `count` entries, the reserved bytes zero.
+bool WriteCount(int fd, std::uint32_t count) {
+  unsigned char header[REPORT_HEADER_SIZE] = {};
+  for (int i = 0; i < 4; ++i) header[i] = static_cast<unsigned char>(count >> (8 * i));
+  return WriteFully(fd, header, sizeof header, REPORT_HEADER_OFFSET);
+}
+
 // Writes entries from offset 19 on, a chunk at a time, and the header last.
 class EntryWriter {
  public:
@@ -115,12 +122,11 @@ class EntryWriter {
   }
 
   // Writes what is pending, then the header; bytes 0 to 7 stay a hole.
-  bool Finish() {
-    if (!Flush()) return false;
-    unsigned char header[REPORT_HEADER_SIZE] = {};
-    for (int i = 0; i < 4; ++i) header[i] = static_cast<unsigned char>(count_ >> (8 * i));
-    return WriteFully(fd_, header, sizeof header, REPORT_HEADER_OFFSET);
-  }
+  bool Finish() { return Flush() && WriteCount(fd_, count_); }
+
+  // Where the entries written so far end, once finished.
+  off_t End() const { return offset_; }
+  std::uint32_t Count() const { return count_; }
 
  private:
   bool Flush() {
@@ -147,7 +153,8 @@ class TemporaryIndex {
  public:
   TemporaryIndex()
       : path_(std::string(kReportsDir) + "/" + TemporaryPrefix() + "XXXXXX"),
-        fd_(mkostemp(path_.data(), O_CLOEXEC)) {}
+        fd_(mkostemp(path_.data(), O_CLOEXEC)),
+        error_(fd_.valid() ? 0 : errno) {}
   TemporaryIndex(const TemporaryIndex&) = delete;
   TemporaryIndex& operator=(const TemporaryIndex&) = delete;
   ~TemporaryIndex() {
@@ -155,6 +162,8 @@ class TemporaryIndex {
   }
   int fd() const { return fd_.get(); }
   bool valid() const { return fd_.valid(); }
+  // Why it could not be created.
+  int error() const { return error_; }
   bool RenameOverIndex() {
     renamed_ = rename(path_.c_str(), kReportIndexPath) == 0;
     return renamed_;
@@ -163,6 +172,7 @@ class TemporaryIndex {
  private:
   std::string path_;
   FileDescriptor fd_;
+  int error_;
   bool renamed_ = false;
 };
 
@@ -234,31 +244,72 @@ void SyncReportsDirectory() {
   }
 }
 
-// The rewrite: under the whole-file write lock of the index, `produce`
-// writes the new contents into a temporary file through an EntryWriter (it
-// may read the locked index, whose descriptor it gets), and the temporary
-// file replaces the index by a rename. Readers see the old or the new index,
-// never a part of one.
-template <typename Produce>
-bool RewriteIndex(std::uint32_t* resultCode, Produce&& produce) {
-  *resultCode = SCHSCAN_OK;
-  struct stat old {};
-  bool lockGranted = false;
-  FileDescriptor index(OpenLockedIndex(&old, &lockGranted, resultCode));
-  if (!index.valid()) return false;
-  if (lockGranted) RemoveStaleTemporaries();
-  bool written = false;
-  {
-    TemporaryIndex temporary;
-    if (temporary.valid() && TakeOverAttributes(temporary.fd(), old)) {
-      EntryWriter writer(temporary.fd());
-      written = produce(index.get(), writer) && writer.Finish() && fsync(temporary.fd()) == 0 &&
-                temporary.RenameOverIndex();
-    }
+// Whether an entry of the index stays: each entry taken out of the list
+// removes one equal entry, the first met in file order.
+class EntryFilter {
+ public:
+  explicit EntryFilter(const ReportList& list) {
+    for (const std::size_t index : list.TakenOut()) ++toRemove_[BytesOf(list[index])];
   }
-  if (written) SyncReportsDirectory();
-  UnlockReportIndex(index.get());
-  return written;
+  bool Keeps(const tagSCAN_REPORT_ENTRY& entry) {
+    const auto found = toRemove_.find(BytesOf(entry));
+    if (found == toRemove_.end() || found->second == 0) return true;
+    --found->second;
+    return false;
+  }
+
+ private:
+  std::unordered_map<std::string_view, std::size_t> toRemove_;
+};
+
+// Copies the kept entries of `index` from `*offset` to its end into
+// `writer`, and moves `*offset` past them. With `untilStill`, goes on while
+// the file grows (entries that others append without the lock), for a
+// bounded number of rounds.
+bool CopyKeptEntries(int index, off_t* offset, EntryFilter& filter, EntryWriter& writer,
+                     bool untilStill) {
+  bool writeFailed = false;
+  for (int round = 0; round < kMaxCatchUpRounds; ++round) {
+    const bool read = ForEachEntry(index, offset, [&](const tagSCAN_REPORT_ENTRY& entry) {
+      if (!writeFailed && filter.Keeps(entry)) writeFailed = !writer.Add(entry);
+    });
+    if (!read || writeFailed) return false;
+    struct stat now {};
+    if (!untilStill) return true;
+    if (fstat(index, &now) != 0) return false;
+    if (now.st_size < *offset + static_cast<off_t>(REPORT_ENTRY_SIZE)) return true;
+  }
+  return true;
+}
+
+// Carries what others appended to the replaced index after `*offset` into
+// the new one, at its end, for as long as the old file grows. `fresh` is
+// the new index, locked, whose header counts `count` entries so far.
+bool CarryTail(int old, off_t* offset, EntryFilter& filter, int fresh, std::uint32_t count) {
+  std::uint32_t carried = 0;
+  bool failed = fcntl(fresh, F_SETFL, O_APPEND) != 0;
+  for (int round = 0; round < kMaxCatchUpRounds && !failed; ++round) {
+    struct stat now {};
+    if (fstat(old, &now) != 0) return false;
+    if (now.st_size < *offset + static_cast<off_t>(REPORT_ENTRY_SIZE)) break;
+    failed = !ForEachEntry(old, offset, [&](const tagSCAN_REPORT_ENTRY& entry) {
+      if (failed || !filter.Keeps(entry)) return;
+      failed = write(fresh, &entry, sizeof entry) != static_cast<ssize_t>(sizeof entry);
+      ++carried;
+    });
+  }
+  return !failed && fcntl(fresh, F_SETFL, 0) == 0 &&
+         (carried == 0 || (WriteCount(fresh, count + carried) && fsync(fresh) == 0));
+}
+
+// The rewrite in place, where no new index can take the old one's place:
+// the kept entries move down over the ones taken out, and the file is cut
+// after them. A kill part-way leaves a partial index.
+bool RewriteInPlace(int index, EntryFilter& filter) {
+  EntryWriter writer(index);
+  off_t offset = REPORT_ENTRIES_OFFSET;
+  return CopyKeptEntries(index, &offset, filter, writer, true) && writer.Finish() &&
+         ftruncate(index, writer.End()) == 0 && fsync(index) == 0;
 }
 
 int SetWholeFileLock(int fileDescriptor, short type) {
@@ -348,29 +399,43 @@ bool ReadReportIndex(ReportList& reportList, std::uint32_t ownerFilter,
 }
 
 bool WriteReportIndex(const ReportList& reportList, std::uint32_t* resultCode) {
-  // How many copies of each entry, by its bytes, are still to be taken out.
-  std::unordered_map<std::string_view, std::size_t> takeOut;
-  for (const std::size_t index : reportList.TakenOut()) ++takeOut[BytesOf(reportList[index])];
-  return RewriteIndex(resultCode, [&](int index, EntryWriter& writer) {
-    bool writeFailed = false;
-    auto keep = [&](const tagSCAN_REPORT_ENTRY& entry) {
-      const auto found = takeOut.find(BytesOf(entry));
-      if (found != takeOut.end() && found->second > 0) {
-        --found->second;
-      } else if (!writeFailed) {
-        writeFailed = !writer.Add(entry);
+  *resultCode = SCHSCAN_OK;
+  struct stat old {};
+  bool lockGranted = false;
+  FileDescriptor index(OpenLockedIndex(&old, &lockGranted, resultCode));
+  if (!index.valid()) return false;
+  if (lockGranted) RemoveStaleTemporaries();
+  // A new index, written beside the old one, locked and renamed over it, so
+  // that readers see one or the other; then what was appended to the old
+  // file after it was read, up to the rename and beyond, goes into the new.
+  bool written = false;
+  bool inPlace = false;
+  {
+    TemporaryIndex temporary;
+    inPlace = temporary.error() == EACCES || temporary.error() == EPERM;
+    if (temporary.valid() && TakeOverAttributes(temporary.fd(), old)) {
+      EntryFilter filter(reportList);
+      EntryWriter writer(temporary.fd());
+      off_t offset = REPORT_ENTRIES_OFFSET;
+      if (CopyKeptEntries(index.get(), &offset, filter, writer, false) && writer.Finish() &&
+          fsync(temporary.fd()) == 0) {
+        LockReportIndex(temporary.fd());  // as with the old index, a refused lock does not stop
+        if (temporary.RenameOverIndex()) {
+          SyncReportsDirectory();
+          written = CarryTail(index.get(), &offset, filter, temporary.fd(), writer.Count());
+          UnlockReportIndex(temporary.fd());
+        } else {
+          // A directory whose sticky bit keeps us from replacing another
+          // user's index.
+          inPlace = errno == EACCES || errno == EPERM;
+        }
       }
-    };
-    off_t offset = REPORT_ENTRIES_OFFSET;
-    // The scan service appends without the lock; what it appended while the
-    // index was being copied is taken in as well, until the file stops
-    // growing (or, against an endless stream, for a bounded number of rounds).
-    for (int round = 0; round < kMaxCatchUpRounds; ++round) {
-      if (!ForEachEntry(index, &offset, keep) || writeFailed) return false;
-      struct stat now {};
-      if (fstat(index, &now) != 0) return false;
-      if (now.st_size < offset + static_cast<off_t>(REPORT_ENTRY_SIZE)) break;
     }
-    return true;
-  });
+  }
+  if (inPlace) {
+    EntryFilter filter(reportList);
+    written = RewriteInPlace(index.get(), filter);
+  }
+  UnlockReportIndex(index.get());
+  return written;
 }

@@ -254,4 +254,29 @@ TEST_F(ReportIndexTest, DeleteAllUnderAConcurrentAppenderLosesNothingAppendedBef
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
+// The original service appends without the lock, also in the moments after
+// a rewrite's last read of the old index and before its rename: what lands in
+// the old file then is carried into the new one.
+TEST_F(ReportIndexTest, RewritesKeepEveryEntryAnAppenderAddsMeanwhile) {
+  Append("first");
+  const pid_t appender = Spawn([] {
+    for (int i = 0; i < 400; ++i) {
+      if (!AppendReportEntry(MakeReportEntry("e" + std::to_string(i), "t", "/r", 0))) return false;
+      usleep(1000);
+    }
+    return true;
+  });
+  int status = 0;
+  while (waitpid(appender, &status, WNOHANG) == 0) {
+    std::uint32_t code = 0;
+    ASSERT_TRUE(RewriteAsItStands(&code));
+  }
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  const ReportList all = Read();
+  std::set<std::string> names;
+  for (std::size_t i = 0; i < all.size(); ++i) names.insert(FieldText(all[i].szScanName).c_str());
+  EXPECT_EQ(names.size(), 401u);
+  EXPECT_EQ(all.size(), 401u);
+}
+
 }  // namespace

@@ -1,7 +1,8 @@
 // The reports directory. Index entries, which anyone may have written, name
-// the report files; a report is opened or removed only as one plain file name
-// directly inside the directory, which is reached without following a
-// symbolic link, so that nothing outside it is ever read or removed.
+// the report files; a report is opened or removed only when it is a regular
+// file with one plain name directly inside the directory (reached without
+// following a symbolic link), and neither the index nor one of its
+// temporaries, so that nothing else is ever read or removed as a report.
 #pragma once
 
 class ReportsDirectory {
@@ -11,13 +12,12 @@ class ReportsDirectory {
   ReportsDirectory& operator=(const ReportsDirectory&) = delete;
   ~ReportsDirectory();
 
-  // The report that `reportPath` names, opened for reading, when it is a
-  // regular file (no link followed); -1 otherwise.
+  // The report that `reportPath` names, opened for reading; -1 with errno
+  // set otherwise (ENOENT for a path that is not a report).
   int OpenReport(const char* reportPath);
 
-  // Removes the report file that `reportPath` names (a symbolic link in the
-  // directory is removed itself, not its target). A path that fails the
-  // check, a missing file and a failed removal all leave things as they are.
+  // Removes the report file that `reportPath` names. A path that is not a
+  // report, a missing file and a failed removal leave things as they are.
   void RemoveReport(const char* reportPath);
 
  private:

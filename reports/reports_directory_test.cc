@@ -14,8 +14,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Only one plain name directly inside the directory is ever opened or
-// removed; a symbolic link in it is removed itself, never followed.
+// Only a regular file with one plain name directly inside the directory is
+// ever opened or removed; not a symbolic link, the index or its temporaries.
 TEST(ReportsDirectory, ReachesOnlyPlainNamesDirectlyInside) {
   testing_support::ResetProduct();
   const fs::path product = kProductDir;
@@ -27,6 +27,7 @@ TEST(ReportsDirectory, ReachesOnlyPlainNamesDirectlyInside) {
                                product / "reportsx" / "c.rpt"})
     std::ofstream(file) << "x";
   fs::create_symlink(product / "outside", reports / "link.rpt");
+  for (const char* name : {"schdmain.rpt", ".schdmain.rpt.Ab3xY9"}) std::ofstream(reports / name) << "x";
   const struct {
     std::string path;
     bool opens;
@@ -34,7 +35,9 @@ TEST(ReportsDirectory, ReachesOnlyPlainNamesDirectlyInside) {
   } cases[] = {
       {reports / "plain.rpt", true, true},
       {reports / "a;rm -rf x", true, true},  // an odd name, but only a name
-      {reports / "link.rpt", false, true},   // the link goes, not its target
+      {reports / "link.rpt", false, false},
+      {reports / "schdmain.rpt", false, false},
+      {reports / ".schdmain.rpt.Ab3xY9", false, false},
       {reports.string() + "/../outside", false, false},
       {reports / "sub" / "deep.rpt", false, false},
       {reports.string() + "//b.rpt", false, false},

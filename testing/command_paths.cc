@@ -108,10 +108,30 @@ const std::map<std::string, std::function<void()>>& Seeds() {
          const std::string meta = reports + "r$(touch pwned);touch pwned;.rpt";
          ReplaceReports({"/x/reports/a;touch " + std::string(kProductDir) + "/pwned", meta,
                          "`touch " + std::string(kProductDir) + "/pwned`",
-                         reports + std::string(1023 - reports.size(), 'L'),
-                         std::string(1024, 'M')});
+                         reports + std::string(300, 'L'), std::string(1024, 'M')});
          Write(meta, "shown, not run\n");
        }},
+      {"user 1's report gone",
+       [] { fs::remove(std::string(kReportsDir) + "/schd0002.rpt"); }},
+      {"root's entry names user 1's report",
+       [] {
+         AppendReportEntry(MakeReportEntry("Daily15charName", "d4",
+                                           std::string(kReportsDir) + "/schd0002.rpt", 0));
+       }},
+      {"user 1's entries name the index, a temporary and a directory",
+       [] {
+         const std::string reports = std::string(kReportsDir) + "/";
+         for (const char* name : {"schdmain.rpt", ".schdmain.rpt.Ab3xY", "sub"})
+           AppendReportEntry(MakeReportEntry("Weekly16charName", name, reports + name, 1));
+         Write(reports + ".schdmain.rpt.Ab3xY", "a temporary index\n");
+         fs::create_directory(reports + "sub");
+       }},
+      {"reports directory of root's, 0755",
+       [] {
+         chmod(kReportsDir, 0755);
+         chmod(kReportIndexPath, 0666);
+       }},
+      {"sticky reports directory", [] { chmod(kReportsDir, 01777); }},
       {"hostile entries to remove",
        [] {
          const std::string product = std::string(kProductDir) + "/";
@@ -182,6 +202,8 @@ std::vector<CommandPath> ReadPaths(const char* name) {
       paths.back().seed = Seeds().at(value);
     } else if (word == "after") {
       paths.back().after = Text(value);
+    } else if (word == "errors") {
+      paths.back().errors = Text(value);
     } else if (word == "scan") {
       paths.back().scan = Text(value);
     } else if (word == "reports") {
@@ -304,6 +326,7 @@ void ExpectPath(const CommandPath& path) {
       path.steps.empty() ? run.output.find("footer\n\n") + 8 : run.reads.back();
   EXPECT_EQ(run.output.substr(std::min(last, run.output.size())),
             endsWithoutAnswer ? "\n" : path.after);
+  EXPECT_EQ(run.errors, path.errors);
   if (!path.scan.empty()) {
     EXPECT_EQ(DescribeStored(path.scan.substr(0, path.scan.find(' '))), path.scan);
   } else if (path.reports.empty()) {

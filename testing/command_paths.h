@@ -22,6 +22,9 @@ struct Step {
 
 inline const std::string kNoAnswer = "\x04";
 
+struct CommandPath;
+void PrintTo(const CommandPath& path, std::ostream* out);
+
 struct CommandPath {
   std::string what;
   std::string command;  // the command word: a command key
@@ -32,6 +35,7 @@ struct CommandPath {
   std::string scan;     // Describe of the stored scan this names ("NAME none": no such scan)
   std::string reports;  // ReportsState after the run
   std::function<void()> seed = {};  // changes to the standard seed, if any
+  std::string errors = {};          // exactly what goes to standard error
 };
 
 // The answers of `steps`, a line each, up to the first kNoAnswer.
@@ -52,6 +56,7 @@ void ExpectPath(const CommandPath& path);
 // A test per path: TEST_P(Suite, Path) { ExpectPath(GetParam()); }, then
 // INSTANTIATE_TEST_SUITE_P(Paths, Suite, testing::ValuesIn(table), PathName).
 using PathTest = testing::TestWithParam<CommandPath>;
+inline void PrintTo(const CommandPath& path, std::ostream* out) { *out << path.what; }
 std::string PathName(const testing::TestParamInfo<CommandPath>& info);
 
 }  // namespace testing_support

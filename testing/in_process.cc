@@ -57,31 +57,40 @@ std::string Contents(int fd) {
   }
 }
 
-// Standard input and output point at `input` and `output` for the scope.
+// Standard input, output and error point at `input`, `output` and `errors`
+// for the scope.
 class RedirectedConsole {
  public:
-  RedirectedConsole(int input, int output) {
+  RedirectedConsole(int input, int output, int errors) {
     std::fflush(stdout);
+    std::fflush(stderr);
     savedOutput_ = dup(STDOUT_FILENO);
-    if (savedOutput_ < 0 || dup2(input, STDIN_FILENO) < 0 || dup2(output, STDOUT_FILENO) < 0)
+    savedErrors_ = dup(STDERR_FILENO);
+    if (savedOutput_ < 0 || savedErrors_ < 0 || dup2(input, STDIN_FILENO) < 0 ||
+        dup2(output, STDOUT_FILENO) < 0 || dup2(errors, STDERR_FILENO) < 0)
       Die("dup2");
     // Drops what the stream buffered from an earlier input: a seek alone
     // keeps the buffer when the new position lies inside it.
     __fpurge(stdin);
     std::clearerr(stdin);
-    if (lseek(STDIN_FILENO, 0, SEEK_SET) != 0 || lseek(STDOUT_FILENO, 0, SEEK_SET) != 0)
+    if (lseek(STDIN_FILENO, 0, SEEK_SET) != 0 || lseek(STDOUT_FILENO, 0, SEEK_SET) != 0 ||
+        lseek(STDERR_FILENO, 0, SEEK_SET) != 0)
       Die("lseek");
   }
   ~RedirectedConsole() {
     std::fflush(stdout);
-    if (dup2(savedOutput_, STDOUT_FILENO) < 0) Die("dup2 back");
+    std::fflush(stderr);
+    if (dup2(savedOutput_, STDOUT_FILENO) < 0 || dup2(savedErrors_, STDERR_FILENO) < 0)
+      Die("dup2 back");
     close(savedOutput_);
+    close(savedErrors_);
   }
   RedirectedConsole(const RedirectedConsole&) = delete;
   RedirectedConsole& operator=(const RedirectedConsole&) = delete;
 
  private:
   int savedOutput_;
+  int savedErrors_;
 };
 
 }  // namespace
@@ -112,8 +121,10 @@ InProcessRun RunInProcess(const std::vector<std::string>& args, std::string_view
                           std::uint32_t user, bool keepOutput) {
   static const int inputFile = MemoryFile("schscan-stdin");
   static const int outputFile = MemoryFile("schscan-stdout");
+  static const int errorFile = MemoryFile("schscan-stderr");
   Fill(inputFile, input);
   Fill(outputFile, "");
+  Fill(errorFile, "");
   InProcessRun run;
   std::vector<std::string> argv = {"schscan"};
   argv.insert(argv.end(), args.begin(), args.end());
@@ -121,7 +132,7 @@ InProcessRun RunInProcess(const std::vector<std::string>& args, std::string_view
   for (std::string& argument : argv) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   {
-    RedirectedConsole console(inputFile, outputFile);
+    RedirectedConsole console(inputFile, outputFile, errorFile);
     UserScope scope(user);
     g_reads = &run.reads;
     try {
@@ -131,7 +142,10 @@ InProcessRun RunInProcess(const std::vector<std::string>& args, std::string_view
     }
     g_reads = nullptr;
   }
-  if (keepOutput) run.output = Contents(outputFile);
+  if (keepOutput) {
+    run.output = Contents(outputFile);
+    run.errors = Contents(errorFile);
+  }
   return run;
 }
 

@@ -18,6 +18,7 @@ namespace testing_support {
 
 struct InProcessRun {
   std::string output;               // everything the command printed, in order
+  std::string errors;               // what went to standard error
   std::vector<std::size_t> reads;   // the output's length at each read of standard input
   bool endedByEndOfInput = false;   // the input ran out while the command asked
   int exitStatus = 0;               // what the entry returned, 0 when the input ran out

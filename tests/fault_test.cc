@@ -37,8 +37,10 @@ long long NowMicroseconds() {
 // The whole state a command may change, checked: what old and new states are
 // compared by. Opening the store rolls back what a killed run left half done.
 std::string State() {
+  const std::string index = harness::ReadFile(kReportIndexPath);
   return testing_support::QueryStore(kTaskListPath, "PRAGMA integrity_check") + "\n" +
-         testing_support::DumpStore() + harness::ReadFile(kReportIndexPath);
+         testing_support::DumpStore() + "index of " + std::to_string(index.size()) + " bytes, " +
+         std::to_string(std::hash<std::string>{}(index));
 }
 
 // An index of `count` entries, every other one user 1's, the rest 65534's
@@ -153,6 +155,7 @@ bool MountFullDisk() {
   if (mount("tmpfs", kProductDir, "tmpfs", 0, "size=64m,mode=0777") != 0) return false;
   fs::copy(staging, kProductDir, fs::copy_options::recursive);
   fs::remove_all(staging);
+  chmod(kReportsDir, 0777);
   FILE* filler = std::fopen((std::string(kProductDir) + "/filler").c_str(), "w");
   if (filler == nullptr) return false;
   std::setvbuf(filler, nullptr, _IONBF, 0);

@@ -120,6 +120,7 @@ RunResult RunTool(const RunOptions& options) {
   RunResult result;
   std::size_t inputSent = 0;
   bool interruptSent = false;
+  bool inputHeld = !options.holdInputUntil.empty();
   bool killSent = false;
   const long long started = NowMicroseconds();
   const long long deadline = started + options.timeoutMilliseconds * 1000LL;
@@ -144,7 +145,7 @@ RunResult RunTool(const RunOptions& options) {
     const long long waitFor = (killSent ? deadline : std::min(killAt, deadline)) - now;
     const timespec timeout = {static_cast<time_t>(waitFor / 1000000),
                               static_cast<long>(waitFor % 1000000) * 1000};
-    const bool wantWrite = inputFd >= 0 && inputSent < options.input.size();
+    const bool wantWrite = inputFd >= 0 && inputSent < options.input.size() && !inputHeld;
     if (ppoll(fds, wantWrite ? 2 : 1, &timeout, nullptr) < 0) {
       if (errno == EINTR) continue;
       Check(false, "poll");
@@ -165,6 +166,7 @@ RunResult RunTool(const RunOptions& options) {
       if (n <= 0) break;
       result.output.append(buffer, static_cast<std::size_t>(n));
       if (options.watchOutput) options.watchOutput(pid, result.output);
+      if (inputHeld) inputHeld = !EndsWith(result.output, options.holdInputUntil);
       if (!interruptSent && !options.interruptAfter.empty() &&
           EndsWith(result.output, options.interruptAfter)) {
         // Standard output of the tool is flushed before it waits for input,

@@ -32,6 +32,9 @@ struct RunOptions {
   // Called with the tool's process id and all output so far, each time more
   // arrives; the tool waits (its output pipe full) while this runs.
   std::function<void(pid_t, const std::string&)> watchOutput;
+  // No input is sent before the output ends with this text (after
+  // watchOutput has seen it).
+  std::string holdInputUntil;
 };
 
 struct RunResult {
