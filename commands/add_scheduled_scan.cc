@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "console/interrupt.h"
 #include "console/message_print.h"
 #include "product_paths.h"
 #include "commands/scan_details.h"
@@ -58,7 +59,8 @@ bool AddScheduledScan(std::uint32_t* resultCode) {
     PrintLiteral(".\n");
     return true;
   }
-  if (!AddScheduleScanTask(kTaskListPath, &entry, resultCode)) return false;
+  if (!WaitingForOthers([&] { return AddScheduleScanTask(kTaskListPath, &entry, resultCode); }))
+    return false;
   PrintFormatS("schscan_msg_scanadded_success", entry.szScanName);
   PrintLiteral(".\n");
   return true;

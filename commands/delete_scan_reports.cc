@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "commands/scan_name_prompt.h"
+#include "console/interrupt.h"
 #include "console/console_input.h"
 #include "console/message_print.h"
 #include "console/questions.h"
@@ -102,7 +103,7 @@ bool DeleteScanReports(std::uint32_t* resultCode) {
     if (choice != kOneByOne) PrintMessageLine("schscan_msg_norptfound");
     return true;
   }
-  if (!WriteReportIndex(reports, resultCode)) return false;
+  if (!WaitingForOthers([&] { return WriteReportIndex(reports, resultCode); })) return false;
   PrintFormatD("schscan_msg_rpt_deleted", static_cast<int>(deleted));
   PrintLiteral(".\n");
   return true;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "console/interrupt.h"
 #include "product_paths.h"
 #include "commands/scan_name_prompt.h"
 #include "taskstore/result_codes.h"
@@ -15,5 +16,6 @@ bool DeleteScheduledScan(std::uint32_t* resultCode) {
   *resultCode = SCHSCAN_OK;
   char name[SCAN_NAME_SIZE] = {};
   PromptScanName(ScanNameUse::kDelete, name, resultCode);  // prints the heading too
-  return DeleteScheduleScanTask(kTaskListPath, name, getuid(), resultCode);
+  return WaitingForOthers(
+      [&] { return DeleteScheduleScanTask(kTaskListPath, name, getuid(), resultCode); });
 }

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "console/interrupt.h"
 #include "console/message_catalogue.h"
 #include "console/message_print.h"
 #include "product_paths.h"
@@ -182,7 +183,9 @@ bool ModifyScheduledScan(std::uint32_t* resultCode) {
   tagSCHEDULE_SCAN_ENTRY entry;
   PrepareNewScheduleScanEntry(&entry);
   std::memcpy(entry.szScanName, name, strnlen(name, SCAN_NAME_SIZE - 1));  // the rest stays zero
-  if (!GetScheduleScanTaskDetails(kTaskListPath, &entry, userId, resultCode)) return false;
+  if (!WaitingForOthers(
+          [&] { return GetScheduleScanTaskDetails(kTaskListPath, &entry, userId, resultCode); }))
+    return false;
 
   // The record is changed in place and handed back whole at the end; until
   // then nothing is stored, so an interrupted wizard changes nothing.
@@ -201,7 +204,9 @@ bool ModifyScheduledScan(std::uint32_t* resultCode) {
   RemoveDirectories(entry.vecScanItems);
   AddMoreDirectories(entry.vecScanItems);
 
-  if (!ModifyScheduleScanTask(kTaskListPath, &entry, userId, resultCode)) return false;
+  if (!WaitingForOthers(
+          [&] { return ModifyScheduleScanTask(kTaskListPath, &entry, userId, resultCode); }))
+    return false;
   PrintFormatS("schscan_msg_scanmodified_success", entry.szScanName);
   PrintLiteral(".\n");
   return true;

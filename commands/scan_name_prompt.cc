@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "console/interrupt.h"
 #include "console/console_input.h"
 #include "console/message_print.h"
 #include "taskstore/result_codes.h"
@@ -107,7 +108,8 @@ void PromptScanName(ScanNameUse use, char* name, std::uint32_t* resultCode) {
       continue;
     }
     std::memcpy(name, line, std::strcspn(line, "\n"));
-    if (ValidateTaskName(name, traits.mode, getuid(), resultCode)) return;
+    if (WaitingForOthers([&] { return ValidateTaskName(name, traits.mode, getuid(), resultCode); }))
+      return;
     PrintMessageLine(RefusalKey(traits, *resultCode));
   }
 }

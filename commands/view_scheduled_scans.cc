@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "console/interrupt.h"
 #include "console/message_catalogue.h"
 #include "console/message_print.h"
 #include "product_paths.h"
@@ -88,7 +89,9 @@ bool ViewScheduledScans(std::uint32_t* resultCode) {
   if (resultCode == nullptr) return false;
   *resultCode = SCHSCAN_OK;
   ScheduleScanList scans;
-  if (!ReadScheduleScanTaskList(kTaskListPath, scans, getuid(), resultCode)) return false;
+  if (!WaitingForOthers(
+          [&] { return ReadScheduleScanTaskList(kTaskListPath, scans, getuid(), resultCode); }))
+    return false;
   if (scans.empty()) {
     PrintMessageLine("schscan_msg_noscan_schled");
     return true;

@@ -68,3 +68,6 @@ void BeginInputWait() {
 }
 
 void EndInputWait() { g_waitingForInput = 0; }
+
+void BeginWaitForOthers() { BeginInputWait(); }
+void EndWaitForOthers() { EndInputWait(); }

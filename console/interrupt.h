@@ -24,3 +24,17 @@ void InstallInterruptHandler();
 // standard output and honours an interrupt that arrived since the last read.
 void BeginInputWait();
 void EndInputWait();
+
+// The same for a wait on another process (the index's lock, the task
+// store's wait for a writer): Ctrl-C ends the command at once there too.
+void BeginWaitForOthers();
+void EndWaitForOthers();
+
+// Runs `wait` between BeginWaitForOthers and EndWaitForOthers.
+template <typename Wait>
+auto WaitingForOthers(Wait&& wait) {
+  BeginWaitForOthers();
+  const auto result = wait();
+  EndWaitForOthers();
+  return result;
+}

@@ -112,6 +112,8 @@ void BeginInputWait() {
 }
 
 void EndInputWait() {}
+void BeginWaitForOthers() { std::fflush(stdout); }
+void EndWaitForOthers() {}
 
 // ---- the runner ----
 

@@ -4,11 +4,17 @@
 // tool waits. Both must end the tool with the same output, a line break
 // last, exit status 0, and the store and the index unchanged (delete reports
 // removes each report file as its deletion is confirmed).
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <set>
 #include <string>
 
+#include "product_paths.h"
+#include "reports/report_index.h"
 #include "testing/command_paths.h"
 #include "testing/scan_fixtures.h"
 #include "tests/harness.h"
@@ -58,6 +64,39 @@ TEST(EveryPrompt, EndOfInputAndCtrlCEndTheCommandAndChangeNothing) {
   }
   RecordProperty("prompts", prompts);
   EXPECT_GE(prompts, 100);
+}
+
+// Ctrl-C ends the command at once while it waits for another process: for
+// the index's lock (a delete-reports of another user holding it) and in the
+// task store's wait for a writer (a stopped add holding the store).
+TEST(EveryWait, CtrlCEndsTheCommandAtOnce) {
+  harness::ResetProductDir(false);
+  SeedScansAndReports();
+  const int index = open(kReportIndexPath, O_RDWR);
+  ASSERT_EQ(LockReportIndex(index), 0);
+  sqlite3* store = nullptr;
+  ASSERT_EQ(sqlite3_open(kTaskListPath, &store), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(store, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  const struct {
+    const char* command;
+    std::string input;
+    std::string lastPrompt;
+  } waits[] = {{"schscan_args_delrpt", "3\n", "cli_usrInput_menuNumber"},
+               {"schscan_str_args_delete", "Boot\n", "schscan_msg_enterscanname"}};
+  for (const auto& wait : waits) {
+    SCOPED_TRACE(wait.command);
+    harness::RunOptions options;
+    options.args = {wait.command};
+    options.input = wait.input;
+    options.interruptAfter = wait.lastPrompt;
+    options.timeoutMilliseconds = 2000;
+    const harness::RunResult run = harness::RunTool(options);
+    EXPECT_FALSE(run.timedOut);
+    EXPECT_EQ(run.exitStatus, 0);
+    EXPECT_TRUE(run.output.ends_with(wait.lastPrompt + "\n")) << run.output;
+  }
+  sqlite3_close_v2(store);
+  close(index);
 }
 
 }  // namespace
