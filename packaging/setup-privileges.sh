@@ -1,19 +1,31 @@
 #!/bin/sh
-# Gives the installed tool and the product data to the tool's group, the way
-# crontab is installed: the tool is setgid to the group, the task list and
-# the reports directory belong to it, and users reach scans and reports only
-# through the tool. The product directory is closed to everyone else: what
-# the tool creates there for a user (the task list, the task store's
-# journal) belongs to that user, who must not reach it but through the tool.
+# Lays out the task store and gives the installed tool and the product data
+# to the tool's group, the way crontab is installed: the tool is setgid to
+# the group, and users reach scans and reports only through the tool.
+#
+# The task list and the side files of its write-ahead log live in
+# PRODUCT_DIR/store/, a directory of their own; PRODUCT_DIR/tsklst.inf is a
+# symbolic link to the task list there (a task list of an older install
+# moves in). The group may write only the store's directory and the reports
+# directory: never the product directory, which holds the task store library
+# that the tool loads and the catalogue whose texts it prints as formats.
 #
 # usage: setup-privileges.sh TOOL PRODUCT_DIR GROUP
 # GROUP is a group name (created as a system group when missing) or a
 # numeric group id (used as it stands); an empty GROUP, or a caller that is
-# not root, leaves the install as it is, usable by root alone.
+# not root, leaves the modes as they are, usable by root alone.
 set -eu
 tool=$1
 product=$2
 group=$3
+
+mkdir -p "$product/store"
+if [ -f "$product/tsklst.inf" ] && [ ! -L "$product/tsklst.inf" ]; then
+    for file in tsklst.inf tsklst.inf-journal tsklst.inf-wal tsklst.inf-shm; do
+        if [ -e "$product/$file" ]; then mv "$product/$file" "$product/store/$file"; fi
+    done
+fi
+ln -sfn store/tsklst.inf "$product/tsklst.inf"
 
 if [ -z "$group" ]; then
     echo "-- schscan: no group given; the tool is not setgid"
@@ -32,17 +44,16 @@ case "$group" in
         ;;
 esac
 
-echo "-- schscan: $tool setgid $group; product data owned by group $group"
-# chgrp clears the setgid bit, so the mode is set after the group.
-chgrp "$group" "$tool" "$product" "$product/reports"
+echo "-- schscan: $tool setgid $group; the store and the reports owned by group $group"
+# chgrp clears the setgid bit, so the modes are set after the group.
+chown -h root:root "$product/tsklst.inf"
+chgrp "$group" "$tool" "$product" "$product/store" "$product/reports"
 chmod 2755 "$tool"
-chmod 2770 "$product"
-chmod 2770 "$product/reports"
-for data in "$product/tsklst.inf" "$product/reports/schdmain.rpt"; do
-    if [ -e "$data" ]; then
-        chgrp "$group" "$data"
-    fi
+chmod 0750 "$product"
+chmod 2770 "$product/store" "$product/reports"
+for data in "$product"/store/tsklst.inf* "$product/reports/schdmain.rpt"; do
+    if [ -e "$data" ]; then chgrp "$group" "$data"; fi
 done
-if [ -e "$product/tsklst.inf" ]; then
-    chmod 0660 "$product/tsklst.inf"
-fi
+for data in "$product"/store/tsklst.inf*; do
+    if [ -e "$data" ]; then chmod 0660 "$data"; fi
+done

@@ -60,8 +60,8 @@ void ReplaceReports(const std::vector<std::string>& paths) {
 // The changes to the standard seed that paths name.
 const std::map<std::string, std::function<void()>>& Seeds() {
   static const std::map<std::string, std::function<void()>> seeds = {
-      {"read-only store", [] { chmod(kTaskListPath, 0644); }},
-      {"unreadable store", [] { chmod(kTaskListPath, 0600); }},
+      {"read-only store", [] { SetStoreMode(0644); }},
+      {"unreadable store", [] { SetStoreMode(0600); }},
       {"no task list", [] { fs::remove(kTaskListPath); }},
       {"no scans",
        [] {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <vector>
 #include <cstdio>
 #include <cstdlib>
@@ -80,7 +81,14 @@ std::uint32_t AddScan(tagSCHEDULE_SCAN_ENTRY scan, const char* taskList) {
 void StoreScan(const tagSCHEDULE_SCAN_ENTRY& scan) {
   if (const std::uint32_t code = AddScan(scan); code != SCHSCAN_OK)
     Abort("storing " + std::string(scan.szScanName) + ": " + std::to_string(code));
-  if (chmod(kTaskListPath, 0666) != 0) Abort("chmod the task list");
+  SetStoreMode(0666);
+}
+
+void SetStoreMode(mode_t mode) {
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    const std::string file = kTaskListPath + std::string(suffix);
+    if (chmod(file.c_str(), mode) != 0 && errno != ENOENT) Abort("chmod " + file);
+  }
 }
 
 std::string QueryStore(const std::string& taskList, const char* sql) {
@@ -88,6 +96,8 @@ std::string QueryStore(const std::string& taskList, const char* sql) {
   std::string value = "(error)";
   if (sqlite3_open_v2(taskList.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
     sqlite3_busy_timeout(db, 30000);
+    int persist = 1;  // as the store keeps the side files
+    sqlite3_file_control(db, "main", SQLITE_FCNTL_PERSIST_WAL, &persist);
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) == SQLITE_OK) {
       const int rc = sqlite3_step(statement);

@@ -4,6 +4,8 @@
 // seeding scans and reading them back.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -33,6 +35,8 @@ std::uint32_t AddScan(tagSCHEDULE_SCAN_ENTRY scan, const char* taskList = kTaskL
 // Adds to the product's store, which every user may then write; aborts the
 // test on a refusal.
 void StoreScan(const tagSCHEDULE_SCAN_ENTRY& scan);
+// Gives the task list and its side files `mode`, as far as they exist.
+void SetStoreMode(mode_t mode);
 // Writes a value the store itself would refuse straight into its database.
 void SetStoredColumn(const std::string& name, const char* column, int value);
 // The first column of the first row of `sql` on the store file, as text;

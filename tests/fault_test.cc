@@ -108,7 +108,7 @@ TEST(KilledAtRandom, EachChangeLeavesTheOldOrTheNewState) {
   const std::string store = harness::ReadFile(kTaskListPath);
   const auto restore = [&](const std::string& index) {
     return [&store, index] {
-      fs::remove(std::string(kTaskListPath) + "-journal");
+      for (const char* side : {"-journal", "-wal", "-shm"}) fs::remove(kTaskListPath + std::string(side));
       harness::WriteFile(kTaskListPath, store, 0666);
       harness::WriteFile(kReportIndexPath, index, 0666);
     };
@@ -135,9 +135,14 @@ TEST(KilledAtRandom, EachChangeLeavesTheOldOrTheNewState) {
   EXPECT_EQ(harness::ReadFile(kReportIndexPath), IndexBytes(40, false));
 }
 
-// Storage that refuses the change: each command's failure must reach the
-// dispatcher as a clear message, with the store, the index and the product
-// directory exactly as they were.
+// Storage that refuses the change: each command's failure must be said
+// clearly, with the store, the index and the product directory exactly as
+// they were. The scan changed holds 100 directories, so that each change
+// needs more room than the store's write-ahead log already has. Under a
+// file size limit of 0 the store cannot even be read (SQLite writes into its
+// shared-memory file when it maps it): the name prompt refuses every name.
+// The store starts with an empty write-ahead log (all in the file once the
+// last connection closed), so that every change needs room.
 enum class Refusal { kFullDisk, kFileSizeLimit, kReadOnlyMount, kNoWritePermission };
 
 // Mounts made here vanish with this test process.
@@ -177,9 +182,18 @@ std::vector<std::string> Files() {
 
 void RefuseWrites(Refusal refusal) {
   harness::ResetProductDir(false);
-  testing_support::StoreScan(testing_support::MakeScan("Mine", 65534));
+  std::vector<std::string> dirs;
+  for (int i = 0; i < 100; ++i) dirs.push_back(ScanDir("d" + std::to_string(i)));
+  testing_support::StoreScan(testing_support::MakeScan("Mine", 65534, dirs));
+  ASSERT_EQ(truncate((kTaskListPath + std::string("-wal")).c_str(), 0), 0);
   harness::WriteFile(kReportIndexPath, IndexBytes(6), 0666);
-  bool mounted = false;
+  struct Unmount {
+    bool mounted = false;
+    ~Unmount() {
+      if (mounted) umount2(kProductDir, MNT_DETACH);
+    }
+  } guard;
+  bool& mounted = guard.mounted;
   if (refusal == Refusal::kFullDisk || refusal == Refusal::kReadOnlyMount) {
     mounted = PrivateMounts() &&
               (refusal == Refusal::kFullDisk
@@ -191,19 +205,28 @@ void RefuseWrites(Refusal refusal) {
   }
   if (refusal == Refusal::kNoWritePermission) {
     for (const char* path : {kProductDir, kReportsDir}) ASSERT_EQ(chmod(path, 0755), 0);
-    for (const char* path : {kTaskListPath, kReportIndexPath}) ASSERT_EQ(chmod(path, 0644), 0);
+    testing_support::SetStoreMode(0644);
+    ASSERT_EQ(chmod(kReportIndexPath, 0644), 0);
   }
   const std::string state = State();
   const std::vector<std::string> before = Files();
-  const std::string storeFailed = "\nschscan_msg_scanoperation_fail.\n";
+  const std::string storeFailed = refusal == Refusal::kFileSizeLimit
+                                      ? "schscan_msg_enterscanname\n"  // the input ended there
+                                      : "\nschscan_msg_scanoperation_fail.\n";
+  std::string directories;  // 40 more directories, each followed by whether more come
+  for (int i = 0; i < 40; ++i) directories += ScanDir("e" + std::to_string(i)) + (i < 39 ? "\ny\n" : "\nn\n");
+  std::string keepEveryDirectory;
+  for (int i = 0; i < 100; ++i) keepEveryDirectory += "n\n";
   const struct {
     const char* command;
     std::string input;
     std::string message;
   } cases[] = {
-      {"schscan_str_args_add", "Added\n1\ny\nn\nn\nn\nn\n1\n" + ScanDir("a") + "\nn\ny\n",
+      {"schscan_str_args_add", "Added\n1\ny\nn\nn\nn\nn\n1\n" + directories + "y\n",
        storeFailed},
-      {"schscan_str_args_modify", "Mine\nn\nn\ny\n1\n2\n3\nn\nn\nn\nn\nn\nn\n", storeFailed},
+      {"schscan_str_args_modify",
+       "Mine\nn\nn\ny\n1\n2\n3\nn\nn\nn\nn\n" + keepEveryDirectory + "y\n" + directories,
+       storeFailed},
       {"schscan_str_args_delete", "Mine\n", storeFailed},
       {"schscan_args_delrpt", "3\n",
        refusal == Refusal::kFullDisk || refusal == Refusal::kFileSizeLimit
@@ -219,11 +242,11 @@ void RefuseWrites(Refusal refusal) {
     if (refusal == Refusal::kFileSizeLimit) options.fileSizeLimit = 0;
     const harness::RunResult run = harness::RunTool(options);
     EXPECT_EQ(run.exitStatus, 0);
-    EXPECT_TRUE(run.output.ends_with(c.message)) << run.output;
+    EXPECT_TRUE(run.output.ends_with(c.message))
+        << run.output.substr(run.output.size() - std::min<std::size_t>(run.output.size(), 300));
     EXPECT_EQ(State(), state);
     EXPECT_EQ(Files(), before);  // no journal, no temporary index, nothing else
   }
-  if (mounted) umount2(kProductDir, MNT_DETACH);
 }
 
 TEST(RefusedStorage, FullDisk) { RefuseWrites(Refusal::kFullDisk); }

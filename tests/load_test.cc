@@ -99,7 +99,7 @@ TEST(EightProcesses, AddAndDeleteScansLosingAndDoublingNothing) {
   // The store does not exist yet: eight adds race to create it.
   ExpectAllOk(AtOnce([](int i) { return std::vector{Add("First" + std::to_string(i), {})}; }));
   ASSERT_EQ(StoredNames().size(), static_cast<std::size_t>(kProcesses));
-  ASSERT_EQ(chmod(kTaskListPath, 0666), 0);  // ordinary users share it from here on
+  testing_support::SetStoreMode(0666);  // ordinary users share it from here on
 
   // Each process adds six scans of its own and deletes every other one
   // right after the next is added.

@@ -47,6 +47,9 @@ echo "==> dpkg -i"
 dpkg -i "$deb"
 [ "$(stat -c '%G %a' /usr/bin/schscan)" = "schscan 2755" ] || fail "the tool is not setgid schscan"
 [ "$(stat -c '%G %a' "$product/reports")" = "schscan 2770" ] || fail "reports directory modes"
+[ "$(stat -c '%G %a' "$product/store")" = "schscan 2770" ] || fail "store directory modes"
+[ "$(stat -c '%G %a' "$product")" = "schscan 750" ] || fail "the product directory is group-writable"
+[ "$(readlink "$product/tsklst.inf")" = store/tsklst.inf ] || fail "no link to the store"
 
 echo "==> Running the installed tool"
 out=$(/usr/bin/schscan --help)

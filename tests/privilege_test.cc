@@ -149,13 +149,26 @@ TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
   if (!kSetgidRunsCleanly) GTEST_SKIP() << "a sanitized tool cannot end cleanly as setgid";
   Install(std::to_string(kToolGroup));
   EXPECT_EQ(ModeAndGroup(kInstalledTool), "2755 54321");
-  EXPECT_EQ(ModeAndGroup(kProductDir), "2770 54321");
+  EXPECT_EQ(ModeAndGroup(kProductDir), "750 54321");
   EXPECT_EQ(ModeAndGroup(kReportsDir), "2770 54321");
+  const std::string storeDir = std::string(kProductDir) + "/store";
+  EXPECT_EQ(ModeAndGroup(storeDir), "2770 54321");
+  EXPECT_EQ(fs::read_symlink(kTaskListPath), "store/tsklst.inf");
+  // The group may write the store's and the reports' directories only: not
+  // where the tool's library, its catalogue or the store's link lie.
+  for (const auto& entry : fs::recursive_directory_iterator(kProductDir)) {
+    struct stat status {};
+    ASSERT_EQ(lstat(entry.path().c_str(), &status), 0);
+    const std::string path = entry.path();
+    if (path.starts_with(storeDir) || path.starts_with(kReportsDir)) continue;
+    EXPECT_FALSE(S_ISLNK(status.st_mode) ? status.st_uid != 0 : (status.st_mode & S_IWGRP) != 0)
+        << path;
+  }
 
-  // An ordinary user is the first to add, so the tool creates the store.
+  // Root uses the store first; an ordinary user can add after it.
+  ExpectRun("--add", AddInput("RootScan"), std::nullopt, "The scheduled scan RootScan was added");
   ExpectRun("--add", AddInput("NobodyScan"), kNobody, "The scheduled scan NobodyScan was added");
   ExpectRun("--add", AddInput("DaemonScan"), kDaemon, "The scheduled scan DaemonScan was added");
-  ExpectRun("--add", AddInput("RootScan"), std::nullopt, "The scheduled scan RootScan was added");
   const harness::RunResult view = RunInstalled("--view", "n\n", kNobody);
   EXPECT_NE(view.output.find("NobodyScan"), std::string::npos) << view.output;
   EXPECT_EQ(view.output.find("DaemonScan"), std::string::npos) << view.output;
@@ -164,7 +177,7 @@ TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
             "NobodyScan u65534 f0 d0 b0 10:20:30 r5 p0/0/0 o15 a3 [a]");
   ExpectRun("--delete", "NobodyScan\n", kNobody, "The scheduled scan was deleted");
   EXPECT_EQ(testing_support::DescribeStored("NobodyScan"), "NobodyScan none");
-  EXPECT_EQ(testing_support::DumpStore().find("DaemonScan u1 "), 0u);
+  EXPECT_NE(testing_support::DumpStore().find("DaemonScan u1 "), std::string::npos);
 
   // Reports as the scan service (root) writes them.
   const std::string mine = testing_support::AddReport("NobodyScan", "d1", kNobody, "nobody's\n");
@@ -193,24 +206,29 @@ TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
 }
 
 // `more` is started for the user, so it must not keep the tool's group in
-// any of its group ids. A report longer than the output pipe holds keeps the
-// pager running while its ids are read.
-TEST_F(Privileges, PagerRunsWithoutTheToolsGroup) {
+// any of its group ids, nor hold the report file (through which its shell
+// escape could write the report or link it out of the closed directory): it
+// reads a pipe. A report longer than the output pipe holds keeps the pager
+// running while it is looked at.
+TEST_F(Privileges, PagerRunsWithoutTheToolsGroupOrTheReportFile) {
   if (!kSetgidRunsCleanly) GTEST_SKIP() << "a sanitized tool cannot end cleanly as setgid";
   Install(std::to_string(kToolGroup));
   testing_support::AddReport("NobodyScan", "d1", kNobody,
                           "first line of the report\n" + std::string(1 << 20, 'x') + "\n");
   std::string toolGroups;
   std::string pagerGroups;
+  std::string pagerInput;
   RunInstalled("--reports", "y\n1\n", kNobody, [&](pid_t tool, const std::string& output) {
     if (!pagerGroups.empty() || output.find("first line of the report") == std::string::npos)
       return;
     toolGroups = GroupLines(tool);
     const pid_t pager = ChildOf(tool);
     pagerGroups = pager > 0 ? GroupLines(pager) : "no pager";
+    pagerInput = fs::read_symlink("/proc/" + std::to_string(pager) + "/fd/0").string();
   });
   EXPECT_EQ(toolGroups, "Gid:\t65534\t54321\t54321\t54321\nGroups:\n");  // the test's premise
   EXPECT_EQ(pagerGroups, "Gid:\t65534\t65534\t65534\t65534\nGroups:\n");
+  EXPECT_TRUE(pagerInput.starts_with("pipe:")) << pagerInput;
 }
 
 TEST_F(Privileges, InstallWithoutTheGroupServesRootAlone) {

@@ -1,5 +1,7 @@
-// Several processes writing one store at the same moment.
+// Several processes writing one store at the same moment, and a writer that
+// stopped half way.
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -89,3 +91,29 @@ TEST(TaskStoreConcurrency, WritersAtOnceLoseNothingAndStoreANameOnce) {
 }
 
 }  // namespace
+
+// A writer that stopped half way through its change (here: a connection of
+// ours holding the write lock) keeps nobody from reading, and other writers
+// give up after a bounded wait with an operation error.
+TEST(TaskStoreConcurrency, AStoppedWriterBlocksNeitherReadersNorOtherWritersForLong) {
+  testing_support::ResetProduct();
+  ASSERT_EQ(AddScan(MakeScan("First", 0)), SCHSCAN_OK);
+  sqlite3* writer = nullptr;
+  ASSERT_EQ(sqlite3_open(kTaskListPath, &writer), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(writer, "BEGIN EXCLUSIVE; DELETE FROM items;", nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  const std::vector<int> statuses = RunTogether({
+      [] {
+        alarm(2);  // a reader that waits fails
+        ScheduleScanList list;
+        std::uint32_t code = SCHSCAN_OK;
+        return ReadScheduleScanTaskList(kTaskListPath, list, 0, &code) && list.size() == 1 ? 0 : 1;
+      },
+      [] {
+        alarm(20);
+        return AddScan(MakeScan("Second", 0)) == SCHSCAN_ERR_LIST_OPERATION ? 0 : 1;
+      },
+  });
+  EXPECT_EQ(statuses, (std::vector<int>{0, 0}));
+  sqlite3_close_v2(writer);
+}

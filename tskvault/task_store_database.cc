@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <limits>
+#include <string>
 
 #include "taskstore/result_codes.h"
 
@@ -63,6 +64,19 @@ void CreateFileIfMissing(const char* path) {
   const bool modeSet = fchmod(fd, kTaskListMode) == 0;  // the umask may have cleared bits
   const bool closed = close(fd) == 0;
   if (!modeSet || !closed) Fail(SCHSCAN_ERR_LIST_ACCESS);
+}
+
+// The file that `path` names: an install makes the task list a symbolic link
+// (owned by root, in a directory only root may change) to a directory of
+// the store's own, where the store keeps its side files beside it.
+std::string TaskListFile(const char* path) {
+  char target[4096];
+  const ssize_t length = readlink(path, target, sizeof target - 1);
+  if (length <= 0) return path;  // not a link
+  const std::string link = path;
+  const std::string named(target, static_cast<std::size_t>(length));
+  if (named[0] == '/' || link.find('/') == std::string::npos) return named;
+  return link.substr(0, link.rfind('/') + 1) + named;
 }
 
 }  // namespace
@@ -142,7 +156,9 @@ std::string_view Statement::Bytes(int column) const {
   return {static_cast<const char*>(data), static_cast<std::size_t>(size)};
 }
 
-TaskStoreDatabase::TaskStoreDatabase(const char* path, Open how) {
+TaskStoreDatabase::TaskStoreDatabase(const char* taskListPath, Open how) {
+  const std::string file = TaskListFile(taskListPath);
+  const char* path = file.c_str();
   if (how == Open::kCreate) {
     CreateFileIfMissing(path);
   } else {
@@ -165,7 +181,15 @@ TaskStoreDatabase::TaskStoreDatabase(const char* path, Open how) {
   try {
     Check(sqlite3_busy_timeout(db_, kBusyTimeoutMilliseconds));
     Check(sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr));
+    // The write-ahead log and its index stay when the last connection
+    // closes, with the task list's owner and mode: a connection of root's
+    // never leaves the store to users who could not create them again.
+    int persist = 1;
+    Check(sqlite3_file_control(db_, "main", SQLITE_FCNTL_PERSIST_WAL, &persist));
     Execute("PRAGMA foreign_keys = ON; PRAGMA trusted_schema = OFF;");
+    // Kept in the file once set. A store that others use at this moment
+    // stays in its old mode until a later call finds it alone.
+    sqlite3_exec(db_, "PRAGMA journal_mode = WAL", nullptr, nullptr, nullptr);
   } catch (...) {
     sqlite3_close_v2(db_);
     throw;

@@ -1,6 +1,7 @@
 // The task list file as an SQLite database: opening it (creating it with mode
-// 0660 on the first add), its schema and version, transactions and prepared
-// statements. A failure anywhere is thrown as a StoreFailure that carries the
+// 0660 on the first add, through the symbolic link that an install makes to
+// the store's own directory), its schema and version, transactions and
+// prepared statements. A failure anywhere is thrown as a StoreFailure that carries the
 // result code; the exported functions turn it into their false result.
 #pragma once
 
@@ -19,8 +20,10 @@ namespace tskvault {
 inline constexpr int kSchemaVersion = 1;
 // Permission bits of a newly created task list, whatever the umask.
 inline constexpr mode_t kTaskListMode = 0660;
-// How long a call waits for another process's transaction before failing.
-inline constexpr int kBusyTimeoutMilliseconds = 30000;
+// How long a change waits for another process's change before failing: a
+// writer that stopped half way keeps others from writing no longer than
+// this. Readers never wait for a writer: the store keeps a write-ahead log.
+inline constexpr int kBusyTimeoutMilliseconds = 3000;
 
 struct StoreFailure {
   std::uint32_t code;
@@ -64,7 +67,7 @@ class TaskStoreDatabase {
     kCreate,    // a missing file is created, empty, with kTaskListMode
   };
 
-  TaskStoreDatabase(const char* path, Open how);
+  TaskStoreDatabase(const char* taskListPath, Open how);
   ~TaskStoreDatabase();
   TaskStoreDatabase(const TaskStoreDatabase&) = delete;
   TaskStoreDatabase& operator=(const TaskStoreDatabase&) = delete;
