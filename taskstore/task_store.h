@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "taskstore/schedule_scan_entry.h"
 
@@ -18,6 +19,16 @@ inline constexpr std::int32_t kNameMustBeNew = 1;
 // Appends the scans that `userId` may see (0: every scan) in creation order.
 TSKVAULT_API bool ReadScheduleScanTaskList(const char* taskListPath, ScheduleScanList& scanList,
                                            std::uint32_t userId, std::uint32_t* resultCode);
+// For the scan service: every scan, as for the super-user, and in `anchors`
+// (anchors[i] for scanList[i]) the moment its schedule was set, in seconds
+// since the epoch: when it was added, or last changed in frequency, weekday,
+// recurrence, start time or first boot (its runs are counted from then).
+// Scans of a store made before anchors were kept have the moment it was
+// upgraded.
+TSKVAULT_API bool ReadScheduleScanTaskListWithAnchors(const char* taskListPath,
+                                                      ScheduleScanList& scanList,
+                                                      std::vector<std::int64_t>& anchors,
+                                                      std::uint32_t* resultCode);
 // Writes the login name of `userId` into `userName` (emptied by the caller).
 TSKVAULT_API bool GetUserNameFormUserID(std::uint32_t userId, std::string& userName,
                                         std::uint32_t* resultCode);

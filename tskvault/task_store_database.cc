@@ -36,7 +36,8 @@ CREATE TABLE scans (
   reserved1 BLOB NOT NULL CHECK (length(reserved1) = 2),
   action INTEGER NOT NULL,
   options INTEGER NOT NULL,
-  reserved2 BLOB NOT NULL CHECK (length(reserved2) = 21)
+  reserved2 BLOB NOT NULL CHECK (length(reserved2) = 21),
+  anchor INTEGER NOT NULL
 );
 CREATE INDEX scans_by_owner ON scans (owner);
 CREATE TABLE items (
@@ -45,9 +46,16 @@ CREATE TABLE items (
   path BLOB NOT NULL CHECK (length(path) BETWEEN 1 AND 1023),
   PRIMARY KEY (scan_id, position)
 ) WITHOUT ROWID;
-PRAGMA user_version = 1;
+PRAGMA user_version = 2;
 )sql";
-static_assert(kSchemaVersion == 1, "kCreateSchema sets the version");
+static_assert(kSchemaVersion == 2, "kCreateSchema sets the version");
+
+// Version 1 had no anchor: its scans get the moment of the upgrade.
+constexpr char kUpgradeFrom1[] = R"sql(
+ALTER TABLE scans ADD COLUMN anchor INTEGER NOT NULL DEFAULT 0;
+UPDATE scans SET anchor = CAST(strftime('%s', 'now') AS INTEGER);
+PRAGMA user_version = 2;
+)sql";
 
 void Check(int sqliteCode) {
   if (sqliteCode != SQLITE_OK) Fail(ResultCodeOfSqlite(sqliteCode));
@@ -190,6 +198,7 @@ TaskStoreDatabase::TaskStoreDatabase(const char* taskListPath, Open how) {
     // Kept in the file once set. A store that others use at this moment
     // stays in its old mode until a later call finds it alone.
     sqlite3_exec(db_, "PRAGMA journal_mode = WAL", nullptr, nullptr, nullptr);
+    UpgradeFromVersion1();
   } catch (...) {
     sqlite3_close_v2(db_);
     throw;
@@ -197,6 +206,24 @@ TaskStoreDatabase::TaskStoreDatabase(const char* taskListPath, Open how) {
 }
 
 TaskStoreDatabase::~TaskStoreDatabase() { sqlite3_close_v2(db_); }
+
+// An upgrade that cannot be made now (the caller may only read, or another
+// writer holds the store) is left for a later call; until then the store
+// counts as another version.
+void TaskStoreDatabase::UpgradeFromVersion1() {
+  const auto version = [this] {
+    Statement query(db_, "PRAGMA user_version");
+    return query.Step() ? query.Int(0) : -1;
+  };
+  if (version() != 1) return;
+  try {
+    Transaction transaction(*this, Transaction::Kind::kWrite);
+    if (version() != 1) return;
+    Execute(kUpgradeFrom1);
+    transaction.Commit();
+  } catch (const StoreFailure&) {
+  }
+}
 
 void TaskStoreDatabase::Execute(const char* sql) {
   Check(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr));

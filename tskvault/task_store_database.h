@@ -16,8 +16,9 @@ struct sqlite3_stmt;
 
 namespace tskvault {
 
-// Version of the schema below, kept in PRAGMA user_version.
-inline constexpr int kSchemaVersion = 1;
+// Version of the schema, kept in PRAGMA user_version. Version 2 added each
+// scan's anchor; a store of version 1 is upgraded when it is opened.
+inline constexpr int kSchemaVersion = 2;
 // Permission bits of a newly created task list, whatever the umask.
 inline constexpr mode_t kTaskListMode = 0660;
 // How long a change waits for another process's change before failing: a
@@ -77,6 +78,8 @@ class TaskStoreDatabase {
   std::int64_t LastInsertId() const;
 
  private:
+  void UpgradeFromVersion1();
+
   sqlite3* db_ = nullptr;
 };
 

@@ -2,6 +2,7 @@
 // modify, delete and the name check. Each call opens the database, does its
 // work in one transaction and closes it again; nothing is kept between calls.
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <iterator>
 #include <limits>
@@ -30,16 +31,22 @@ constexpr std::uint32_t kSuperUser = 0;
 constexpr char kSelectScans[] =
     "SELECT id, name, owner, frequency, first_boot, hour, minute, second, repeat_scan,"
     " recur_every, repeat_interval, repeat_unit, week_day, reserved1, action, options,"
-    " reserved2 FROM scans ";
-// Parameters 3 to 16 are the scan's fields, bound by BindScanFields.
+    " reserved2, anchor FROM scans ";
+// Parameters 3 to 16 are the scan's fields, bound by BindScanFields; 17 is
+// the time of the change, which becomes the scan's anchor: the moment it was
+// added, or its frequency, weekday, recurrence, start time or first-boot
+// setting last changed.
 constexpr char kInsertScan[] =
     "INSERT INTO scans (name, owner, frequency, first_boot, hour, minute, second, repeat_scan,"
     " recur_every, repeat_interval, repeat_unit, week_day, reserved1, action, options,"
-    " reserved2) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16)";
+    " reserved2, anchor) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14,"
+    " ?15, ?16, ?17)";
 constexpr char kUpdateScan[] =
     "UPDATE scans SET frequency = ?3, first_boot = ?4, hour = ?5, minute = ?6, second = ?7,"
     " repeat_scan = ?8, recur_every = ?9, repeat_interval = ?10, repeat_unit = ?11,"
-    " week_day = ?12, reserved1 = ?13, action = ?14, options = ?15, reserved2 = ?16"
+    " week_day = ?12, reserved1 = ?13, action = ?14, options = ?15, reserved2 = ?16,"
+    " anchor = CASE WHEN frequency = ?3 AND first_boot = ?4 AND hour = ?5 AND minute = ?6"
+    " AND second = ?7 AND recur_every = ?9 AND week_day = ?12 THEN anchor ELSE ?17 END"
     " WHERE id = ?1";
 
 // Runs `body` and turns its failure into false with the result code. Without
@@ -122,7 +129,8 @@ void BindScanFields(Statement& statement, const tagSCHEDULE_SCAN_ENTRY& entry) {
       .BindBlob(13, entry.abyReserved1, sizeof entry.abyReserved1)
       .Bind(14, entry.nScanAction)
       .Bind(15, entry.byScanOptions)
-      .BindBlob(16, entry.abyReserved2, sizeof entry.abyReserved2);
+      .BindBlob(16, entry.abyReserved2, sizeof entry.abyReserved2)
+      .Bind(17, static_cast<std::int64_t>(std::time(nullptr)));
 }
 
 void InsertItems(TaskStoreDatabase& database, std::int64_t scanId, const ScanItemList& items) {
@@ -205,7 +213,9 @@ void CheckExistingName(const char* taskListPath, const char* scanName, std::uint
   FindUsersScan(database, transaction, scanName, userId);
 }
 
-void ListScans(const char* taskListPath, ScheduleScanList& scanList, std::uint32_t userId) {
+// `anchors`, when given, receives each listed scan's anchor.
+void ListScans(const char* taskListPath, ScheduleScanList& scanList, std::uint32_t userId,
+               std::vector<std::int64_t>* anchors = nullptr) {
   TaskStoreDatabase database(taskListPath, TaskStoreDatabase::Open::kExisting);
   Transaction transaction(database, Transaction::Kind::kRead);
   if (!transaction.HasSchema()) return;
@@ -226,10 +236,12 @@ void ListScans(const char* taskListPath, ScheduleScanList& scanList, std::uint32
       std::string(kSelectScans) + (everyone ? "ORDER BY id" : "WHERE owner = ?1 ORDER BY id");
   Statement scanRows(database.handle(), scanQuery.c_str());
   if (!everyone) scanRows.Bind(1, userId);
+  std::vector<std::int64_t> anchorsRead;
   while (scanRows.Step()) {
     tagSCHEDULE_SCAN_ENTRY& entry = scans.emplace_back();
     PrepareNewScheduleScanEntry(&entry);
     ids.push_back(ReadScanRow(scanRows, entry));
+    if (anchors != nullptr) anchorsRead.push_back(scanRows.Int(17));
   }
 
   // Items come in the same id order, so one walk merges them in. A scan's
@@ -260,6 +272,7 @@ void ListScans(const char* taskListPath, ScheduleScanList& scanList, std::uint32
   flush();
   transaction.Commit();
 
+  if (anchors != nullptr) anchors->insert(anchors->end(), anchorsRead.begin(), anchorsRead.end());
   if (scanList.empty()) {
     scanList = std::move(scans);
   } else {
@@ -346,6 +359,15 @@ bool ReadScheduleScanTaskList(const char* taskListPath, ScheduleScanList& scanLi
   return Guarded(resultCode, [&] {
     RequirePath(taskListPath);
     ListScans(taskListPath, scanList, userId);
+  });
+}
+
+bool ReadScheduleScanTaskListWithAnchors(const char* taskListPath, ScheduleScanList& scanList,
+                                         std::vector<std::int64_t>& anchors,
+                                         std::uint32_t* resultCode) {
+  return Guarded(resultCode, [&] {
+    RequirePath(taskListPath);
+    ListScans(taskListPath, scanList, kSuperUser, &anchors);
   });
 }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -252,6 +253,56 @@ TEST(TaskStoreForeignRows, EmptyStoredStringsReadAsEmptyFields) {
   EXPECT_EQ(list[0].szScanName[0], '\0');
   ASSERT_EQ(list[0].vecScanItems.size(), 1u);
   EXPECT_EQ(list[0].vecScanItems.PathAt(0)[0], '\0');
+}
+
+std::int64_t AnchorOf(const char* name) {
+  ScheduleScanList list;
+  std::vector<std::int64_t> anchors;
+  std::uint32_t code = SCHSCAN_OK;
+  EXPECT_TRUE(ReadScheduleScanTaskListWithAnchors(kTaskListPath, list, anchors, &code)) << code;
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    if (std::string(list[i].szScanName) == name) return anchors[i];
+  }
+  return -1;
+}
+
+// A scan's anchor is when it was added, or when its schedule last changed;
+// a change of its directories, options, action or repeat keeps it.
+TEST_F(TaskStoreTest, AnchorsFollowScheduleChangesOnly) {
+  const std::int64_t now = std::time(nullptr);
+  EXPECT_NEAR(static_cast<double>(AnchorOf("Mine")), static_cast<double>(now), 5);
+  const struct {
+    const char* what;
+    std::function<void(tagSCHEDULE_SCAN_ENTRY&)> change;
+    bool moves;
+  } changes[] = {
+      {"directories, options, action, repeat",
+       [](auto& e) {
+         e.vecScanItems.AppendPath("/more");
+         e.byScanOptions = 0x0f;
+         e.nScanAction = ACTION_DELETE;
+         e.nRepeatInterval = 7;
+       },
+       false},
+      {"frequency", [](auto& e) { e.byFrequency = FREQ_WEEKLY, e.byWeekDay = 2; }, true},
+      {"start time", [](auto& e) { e.nSecond = 31; }, true},
+      {"recurrence", [](auto& e) { e.nRecurEvery = 3; }, true},
+      {"first boot", [](auto& e) { e.bFirstBootScan = 1; }, true},
+  };
+  for (const auto& c : changes) {
+    ASSERT_EQ(testing_support::QueryStore(store_, "UPDATE scans SET anchor = 1000"), "");
+    tagSCHEDULE_SCAN_ENTRY entry = MakeScan("Mine", kAlice);
+    c.change(entry);
+    std::uint32_t code = SCHSCAN_OK;
+    ASSERT_TRUE(ModifyScheduleScanTask(store_.c_str(), &entry, kAlice, &code)) << code;
+    EXPECT_EQ(AnchorOf("Mine") != 1000, c.moves) << c.what;
+    EXPECT_EQ(AnchorOf("Theirs"), 1000) << c.what;
+  }
+  // A store of the first version gets the anchors of its upgrade.
+  for (const char* sql : {"ALTER TABLE scans DROP COLUMN anchor", "PRAGMA user_version = 1"})
+    ASSERT_EQ(testing_support::QueryStore(store_, sql), "") << sql;
+  EXPECT_NEAR(static_cast<double>(AnchorOf("Theirs")), static_cast<double>(now), 5);
+  EXPECT_EQ(testing_support::QueryStore(store_, "PRAGMA user_version"), "2");
 }
 
 TEST(UserName, KnownAndUnknownIds) {
