@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <thread>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -187,10 +189,43 @@ bool CreateIndexIfMissing() {
   return fchmod(created.get(), kNewIndexMode) == 0;
 }
 
+// How long a rewrite or an append waits for the whole-file lock: for ever
+// (the tool, whose user can interrupt it) or up to a bound (the service,
+// which a user who stops her own rewrite must not hold up).
+struct LockWait {
+  bool bounded = false;
+  std::chrono::milliseconds limit{0};
+};
+
+// Interval at which a bounded wait asks for the lock again.
+constexpr std::chrono::milliseconds kLockPollInterval{5};
+
+enum class LockOutcome { kGranted, kBusy, kRefused };
+
+// Takes the whole-file write lock on `fd` as `wait` allows. A lock refused
+// for any reason but another holder (a file system without locks) is
+// kRefused: callers go on without it, as the tool always has.
+LockOutcome TakeLock(int fd, LockWait wait) {
+  if (!wait.bounded) return LockReportIndex(fd) == 0 ? LockOutcome::kGranted : LockOutcome::kRefused;
+  const auto deadline = std::chrono::steady_clock::now() + wait.limit;
+  for (;;) {
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    if (fcntl(fd, F_SETLK, &lock) == 0) return LockOutcome::kGranted;
+    if (errno != EAGAIN && errno != EACCES && errno != EINTR) return LockOutcome::kRefused;
+    if (std::chrono::steady_clock::now() >= deadline) return LockOutcome::kBusy;
+    std::this_thread::sleep_for(kLockPollInterval);
+  }
+}
+
 // Opens and locks the file that the index path names once the lock is granted:
 // a rewriter that held the lock before may have renamed a new index in.
-// Returns the descriptor, or -1 with `resultCode` set.
-int OpenLockedIndex(struct stat* locked, bool* lockGranted, std::uint32_t* resultCode) {
+// Returns the descriptor, or -1 with `resultCode` set (SCHSCAN_OK and
+// `*busy` when a bounded wait ran out).
+int OpenLockedIndex(LockWait wait, struct stat* locked, bool* lockGranted, bool* busy,
+                    std::uint32_t* resultCode) {
+  *busy = false;
   for (;;) {
     if (!CreateIndexIfMissing()) return -1;
     const int fd = open(kReportIndexPath, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
@@ -198,7 +233,13 @@ int OpenLockedIndex(struct stat* locked, bool* lockGranted, std::uint32_t* resul
       *resultCode = SCHSCAN_ERR_LIST_ACCESS;
       return -1;
     }
-    *lockGranted = LockReportIndex(fd) == 0;  // a refused lock does not stop the rewrite
+    const LockOutcome outcome = TakeLock(fd, wait);
+    if (outcome == LockOutcome::kBusy) {
+      close(fd);
+      *busy = true;
+      return -1;
+    }
+    *lockGranted = outcome == LockOutcome::kGranted;
     struct stat named {};
     if (fstat(fd, locked) != 0 || !S_ISREG(locked->st_mode)) {
       close(fd);
@@ -398,11 +439,14 @@ bool ReadReportIndex(ReportList& reportList, std::uint32_t ownerFilter,
   return false;
 }
 
-bool WriteReportIndex(const ReportList& reportList, std::uint32_t* resultCode) {
+namespace {
+
+bool RewriteIndex(const ReportList& reportList, LockWait wait, bool* busy,
+                  std::uint32_t* resultCode) {
   *resultCode = SCHSCAN_OK;
   struct stat old {};
   bool lockGranted = false;
-  FileDescriptor index(OpenLockedIndex(&old, &lockGranted, resultCode));
+  FileDescriptor index(OpenLockedIndex(wait, &old, &lockGranted, busy, resultCode));
   if (!index.valid()) return false;
   if (lockGranted) RemoveStaleTemporaries();
   // A new index, written beside the old one, locked and renamed over it, so
@@ -438,4 +482,45 @@ bool WriteReportIndex(const ReportList& reportList, std::uint32_t* resultCode) {
   }
   UnlockReportIndex(index.get());
   return written;
+}
+
+}  // namespace
+
+bool WriteReportIndex(const ReportList& reportList, std::uint32_t* resultCode) {
+  bool busy = false;
+  return RewriteIndex(reportList, LockWait{}, &busy, resultCode);
+}
+
+IndexUpdate WriteReportIndex(const ReportList& reportList, std::chrono::milliseconds lockWait) {
+  bool busy = false;
+  std::uint32_t code = SCHSCAN_OK;
+  if (RewriteIndex(reportList, LockWait{true, lockWait}, &busy, &code)) return IndexUpdate::kDone;
+  return busy ? IndexUpdate::kLockBusy : IndexUpdate::kFailed;
+}
+
+IndexUpdate AppendReportIndexEntry(const tagSCAN_REPORT_ENTRY& entry,
+                                   std::chrono::milliseconds lockWait) {
+  struct stat locked {};
+  bool lockGranted = false;
+  bool busy = false;
+  std::uint32_t code = SCHSCAN_OK;
+  FileDescriptor index(
+      OpenLockedIndex(LockWait{true, lockWait}, &locked, &lockGranted, &busy, &code));
+  if (!index.valid()) return busy ? IndexUpdate::kLockBusy : IndexUpdate::kFailed;
+  // The entry goes after the last whole one: a torn tail that a killed
+  // writer left is overwritten rather than shifting every later entry.
+  const std::uint64_t whole =
+      locked.st_size > off_t{REPORT_ENTRIES_OFFSET}
+          ? static_cast<std::uint64_t>(locked.st_size - off_t{REPORT_ENTRIES_OFFSET}) /
+                REPORT_ENTRY_SIZE
+          : 0;
+  const off_t at = REPORT_ENTRIES_OFFSET + static_cast<off_t>(whole * REPORT_ENTRY_SIZE);
+  const std::uint32_t count =
+      static_cast<std::uint32_t>(std::min<std::uint64_t>(whole + 1, UINT32_MAX));
+  const bool written = WriteFully(index.get(), &entry, sizeof entry, at) &&
+                       (locked.st_size <= at + off_t{REPORT_ENTRY_SIZE} ||
+                        ftruncate(index.get(), at + off_t{REPORT_ENTRY_SIZE}) == 0) &&
+                       WriteCount(index.get(), count) && fsync(index.get()) == 0;
+  if (lockGranted) UnlockReportIndex(index.get());
+  return written ? IndexUpdate::kDone : IndexUpdate::kFailed;
 }

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <bit>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -99,6 +100,21 @@ bool ReadReportIndex(ReportList& reportList, std::uint32_t ownerFilter,
 // with 1002 when the index cannot be opened, with 0 for any other failure;
 // the old index is then left as it was.
 bool WriteReportIndex(const ReportList& reportList, std::uint32_t* resultCode);
+
+// How an update of the index with a bounded wait for its lock ended.
+enum class IndexUpdate { kDone, kLockBusy, kFailed };
+
+// The rewrite above for a caller that must not wait on the lock without
+// limit: kLockBusy when another process held it for all of `lockWait`.
+IndexUpdate WriteReportIndex(const ReportList& reportList, std::chrono::milliseconds lockWait);
+
+// Adds `entry` after the last whole entry of the index, under the same
+// whole-file lock as the rewrite (waiting at most `lockWait` for it), and
+// counts it in the header; the index is created when missing. An entry
+// appended without the lock could be lost to a rewrite that renames its new
+// index in meanwhile.
+IndexUpdate AppendReportIndexEntry(const tagSCAN_REPORT_ENTRY& entry,
+                                   std::chrono::milliseconds lockWait);
 
 // One read of an index, for a caller that streams the entries instead of
 // holding them all: each whole entry is handed out in file order with its
