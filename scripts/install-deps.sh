@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# Installs what building and testing schscan needs on Debian 12, and the
+# Installs what building and testing schscan and schscand need on Debian 12
+# (libclamav, the date library with its time zones, libsystemd), and the
 # en_US.UTF-8 locale (without it every text shows as its key). Idempotent:
 # it installs only what is missing.
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config gettext locales libgtest-dev libgmock-dev
           libsqlite3-dev sqlite3 util-linux libbenchmark-dev
+          libclamav-dev libhowardhinnant-date-dev tzdata libsystemd-dev systemd
           clang clang-tidy cppcheck libclang-rt-14-dev lintian passwd)
 
 missing=()

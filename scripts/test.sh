@@ -11,7 +11,8 @@ bash scripts/install-deps.sh
 
 echo "==> Configuring build-test (product directory /tmp/schscan-test/product)"
 cmake -S . -B build-test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSCHSCAN_WERROR=ON \
-      -DPRODUCT_DIR=/tmp/schscan-test/product -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+      -DPRODUCT_DIR=/tmp/schscan-test/product -DSCHSCAN_STATE_DIR=/tmp/schscan-test/state \
+      -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
 echo "==> Building build-test"
 cmake --build build-test -j"$jobs"
 echo "==> Running the test suite"
@@ -22,7 +23,8 @@ bash scripts/static-analysis.sh build-test
 
 echo "==> Configuring build-asan (AddressSanitizer + UndefinedBehaviorSanitizer)"
 cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DSCHSCAN_WERROR=ON \
-      -DPRODUCT_DIR=/tmp/schscan-test-asan/product -DSCHSCAN_SANITIZE=address,undefined
+      -DPRODUCT_DIR=/tmp/schscan-test-asan/product -DSCHSCAN_STATE_DIR=/tmp/schscan-test-asan/state \
+      -DSCHSCAN_SANITIZE=address,undefined
 echo "==> Building build-asan"
 cmake --build build-asan -j"$jobs"
 echo "==> Running the test suite under the sanitizers"
