@@ -38,19 +38,19 @@ std::string DateTime(int i) {
 
 int MakeViewData(int count) {
   const std::string shared =
-      scan_service::AddNamedReport("shared.rpt", ScanName(0), DateTime(0), 0, kReportText);
+      testing_support::AddNamedReport("shared.rpt", ScanName(0), DateTime(0), 0, kReportText);
   if (shared.empty()) return 1;
   for (int i = 1; i < count; ++i) {
-    const auto entry = scan_service::MakeReportEntry(ScanName(i), DateTime(i), shared,
+    const auto entry = testing_support::MakeReportEntry(ScanName(i), DateTime(i), shared,
                                                      kUsers[i % 4]);
-    if (!scan_service::AppendReportEntry(entry)) return 1;
+    if (!testing_support::AppendReportEntry(entry)) return 1;
   }
   return 0;
 }
 
 int MakeDeleteData(int count) {
   for (int i = 0; i < count; ++i) {
-    if (scan_service::AddReport(ScanName(i), DateTime(i), 0, kReportText).empty()) return 1;
+    if (testing_support::AddReport(ScanName(i), DateTime(i), 0, kReportText).empty()) return 1;
   }
   return 0;
 }

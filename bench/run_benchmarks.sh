@@ -27,7 +27,7 @@ echo "==> Building Release in $build (product directory $product)"
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DSCHSCAN_BUILD_BENCH=ON \
       -DSCHSCAN_BUILD_TESTS=OFF -DPRODUCT_DIR="$product" > /dev/null
 cmake --build "$build" -j"$(nproc)" > /dev/null
-tool=$build/cli/schscan
+tool=$build/app/schscan
 work=$(mktemp -d /tmp/schscan-bench-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 : > "$work/nothing"
