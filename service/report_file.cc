@@ -50,9 +50,9 @@ bool ReportFile::Create(const ReportList& index, bool* noFreeName, std::string* 
   const std::string prefix = std::string(kReportsDir) + "/";
   std::bitset<kNames> taken;
   for (std::size_t i = 0; i < index.size(); ++i) {
-    const std::string_view path = FieldText(index[i].szReportPath).c_str();
-    if (path.starts_with(prefix)) {
-      const int number = NameNumber(path.substr(prefix.size()));
+    const FieldText path(index[i].szReportPath);
+    if (std::string_view(path.c_str(), path.size()).starts_with(prefix)) {
+      const int number = NameNumber(std::string_view(path.c_str() + prefix.size()));
       if (number >= 0) taken.set(static_cast<std::size_t>(number));
     }
   }

@@ -24,6 +24,7 @@
 #include "reports/report_index.h"
 #include "taskstore/result_codes.h"
 #include "testing/index_lock_holder.h"
+#include "testing/lock_free_appender.h"
 #include "testing/scan_fixtures.h"
 #include "testing/signature_database.h"
 #include "tests/harness.h"
@@ -365,6 +366,44 @@ TEST_F(Schscand, TheServiceRunsScansWhenDue) {
                       std::chrono::seconds(20))) << service.Err();
   EXPECT_EQ(IndexOf("Soon").size(), 1u);
   EXPECT_EQ(service.Stop().status, 0);
+}
+
+// Report names are drawn among those no entry names: with every other name
+// taken, the one left; with none left, the scan's oldest report makes room;
+// without a report of its own, the run fails.
+TEST_F(Schscand, ReportNamesAreNeverShared) {
+  const std::string tree = Tree("names");
+  struct Row {
+    const char* owner;  // of the entries that name every schdNNNN.rpt but `free`
+    int free;           // -1: none
+    const char* report; // the run's report file, "" for none
+  };
+  const Row rows[] = {{"Other", 4321, "schd4321.rpt"}, {"Named", -1, "schd0000.rpt"}, {"Other", -1, ""}};
+  for (const Row& row : rows) {
+    SetUp();
+    Store("Named", 0, tree, ACTION_REPORT_ONLY);
+    std::string index(19, '\0');
+    for (int n = 0; n < 10000; ++n) {
+      if (n == row.free) continue;
+      char name[32];
+      std::snprintf(name, sizeof name, "/schd%04d.rpt", n);
+      const auto entry = testing_support::MakeReportEntry(row.owner, "d", kReportsDir + std::string(name), 0);
+      index.append(reinterpret_cast<const char*>(&entry), sizeof entry);
+    }
+    testing_support::WriteFile(kReportIndexPath, index);
+    const Ran run = RunScan("Named");
+    const auto entries = IndexOf("Named");
+    if (*row.report == '\0') {
+      EXPECT_EQ(run.status, 2);
+      EXPECT_NE(run.err.find("no free report name"), std::string::npos) << run.err;
+      EXPECT_TRUE(StatusLine("Named").ends_with(" error"));
+      continue;
+    }
+    EXPECT_EQ(run.status, 1) << run.err;
+    ASSERT_FALSE(entries.empty());
+    EXPECT_EQ(FieldText(entries.back().szReportPath).c_str(), kReportsDir + std::string("/") + row.report);
+    EXPECT_EQ(entries.size(), *row.owner == 'N' ? 100u : 1u);  // the newest 100 are kept
+  }
 }
 
 // SIGTERM in the middle of a run: the report is written and says so.
