@@ -93,7 +93,7 @@ int PrintStatus() {
   const auto upcoming = UpcomingRuns(state, now);
   std::vector<std::vector<std::string>> rows = {{"NAME", "OWNER", "NEXT", "LAST", "RESULT"}};
   for (std::size_t i = 0; i < list.size(); ++i) {
-    const ScanKey key{list[i].dwUserId, FieldText(list[i].szScanName).c_str()};
+    const ScanKey key = KeyOf(list[i]);
     std::optional<Instant> next =
         NextRunAfter(list[i], Instant{std::chrono::seconds{anchors[i]}}, now, zone);
     if (const auto put = upcoming.find(key); put != upcoming.end() && (!next || put->second < *next))
@@ -123,7 +123,7 @@ int PrintNextRuns(const ServiceOptions& options) {
     after = *from;
   }
   for (std::size_t i = 0; i < list.size(); ++i) {
-    if (FieldText(list[i].szScanName).c_str() != options.scanName) continue;
+    if (KeyOf(list[i]).name != options.scanName) continue;
     if (list[i].bFirstBootScan == 1) {
       std::printf("at system start-up\n");
       return 0;

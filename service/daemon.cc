@@ -237,7 +237,7 @@ void Daemon::ReadStore(bool force) {
   std::set<ScanKey> keys;
   scans.reserve(list.size());
   for (std::size_t i = 0; i < list.size(); ++i) {
-    ScanKey key{list[i].dwUserId, FieldText(list[i].szScanName).c_str()};
+    ScanKey key = KeyOf(list[i]);
     keys.insert(key);
     scans.push_back(ScanSchedule{std::move(key), ScheduleOnly(list[i]),
                                  Instant{seconds{i < anchors.size() ? anchors[i] : 0}}});
@@ -266,6 +266,7 @@ void Daemon::StartNext() {
   std::vector<std::string> arguments = {"schscand", "--run", key.name, "--database",
                                         settings_.databaseDir};
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
   // The run starts with the default signal mask and dispositions.

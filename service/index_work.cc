@@ -174,7 +174,7 @@ std::string EvictOldestReport(const std::string& scanName, std::uint32_t owner,
   for (std::size_t i = 0; i < index.size(); ++i) {
     if (!SameScan(index[i], scanName, owner)) continue;
     index.TakeOut(i);
-    const std::string path = FieldText(index[i].szReportPath).c_str();
+    std::string path = FieldText(index[i].szReportPath).c_str();
     *update = WriteReportIndex(index, lockWait);
     if (*update != IndexUpdate::kDone) return "";
     RemoveUnnamedReports({path});

@@ -20,7 +20,7 @@ namespace service {
 namespace {
 
 constexpr std::string_view kInfoSuffix = ".info";
-constexpr std::size_t kMaxInfo = 16 * 1024;
+constexpr std::size_t kMaxInfo = std::size_t{16} * 1024;
 
 std::string NewId() {
   std::random_device random;
@@ -119,7 +119,7 @@ int OpenParentDirectory(const std::string& path, std::string* name) {
 
 std::string Quarantine::Keep(int fd, const struct stat& status, const std::string& path,
                              const std::string& signature, std::string* error) const {
-  const std::string id = NewId();
+  std::string id = NewId();
   const std::string data = directory_ + "/" + id + ".data";
   const int copy = open(data.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (copy < 0) {

@@ -19,7 +19,7 @@ namespace service {
 namespace {
 
 constexpr std::size_t kNames = 10000;
-constexpr std::size_t kBufferLimit = 64 * 1024;
+constexpr std::size_t kBufferLimit = std::size_t{64} * 1024;
 
 // The number of a report file name "schdNNNN.rpt", or -1 for another name.
 int NameNumber(std::string_view name) {
@@ -93,7 +93,9 @@ bool ReportFile::Create(const ReportList& index, bool* noFreeName, std::string* 
     } else if (errno == EEXIST) {
       taken.set(number);
     } else {
-      *error = "cannot create " + prefix + name + ": " + ErrorText(errno);
+      const int failure = errno;
+      *error = "cannot create ";
+      error->append(prefix).append(name).append(": ").append(ErrorText(failure));
       break;
     }
   }

@@ -34,7 +34,7 @@ struct Message {
 };
 
 // The longest text a message carries; longer ones are cut.
-inline constexpr std::size_t kMaxMessageText = 16 * 1024;
+inline constexpr std::size_t kMaxMessageText = std::size_t{16} * 1024;
 
 // Sends one message (with `message.fd` when it is not -1). False when the
 // other side is gone.

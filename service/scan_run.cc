@@ -198,7 +198,7 @@ bool FindScan(const std::string& name, StoredScan* scan, std::string* error) {
     return false;
   }
   for (const tagSCHEDULE_SCAN_ENTRY& entry : list) {
-    if (FieldText(entry.szScanName).c_str() == name) {
+    if (KeyOf(entry).name == name) {
       scan->entry = entry;
       scan->found = true;
     }

@@ -7,7 +7,7 @@ namespace service {
 namespace {
 
 constexpr long kMaxCount = 100000;
-constexpr long kMaxStartDelay = 7 * 24 * 3600;
+constexpr long kMaxStartDelay = 7L * 24 * 3600;
 
 bool ParseNumber(std::string_view text, long low, long high, long* value) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *value);

@@ -1,5 +1,6 @@
 #include "service/service_state.h"
 
+#include <cstring>
 #include <sstream>
 
 #include "service/state_files.h"
@@ -15,6 +16,10 @@ const char* const kSubdirectories[] = {"quarantine", "pending", "running"};
 std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
 }  // namespace
+
+ScanKey KeyOf(const tagSCHEDULE_SCAN_ENTRY& scan) {
+  return ScanKey{scan.dwUserId, std::string(scan.szScanName, strnlen(scan.szScanName, SCAN_NAME_SIZE))};
+}
 
 bool ServiceState::Prepare(std::string* error) const {
   if (!EnsurePrivateDirectory(directory_, error)) return false;

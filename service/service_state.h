@@ -11,6 +11,8 @@
 #include <set>
 #include <string>
 
+#include "taskstore/schedule_scan_entry.h"
+
 namespace service {
 
 // A scan as the service knows it: names are unique in the store, but a name
@@ -20,6 +22,9 @@ struct ScanKey {
   std::string name;
   auto operator<=>(const ScanKey&) const = default;
 };
+
+// The key of a stored scan: its owner and its name, bounded by the field.
+ScanKey KeyOf(const tagSCHEDULE_SCAN_ENTRY& scan);
 
 struct LastRun {
   std::chrono::sys_seconds start{};
