@@ -361,8 +361,9 @@ int RunScanNow(const std::string& scanName, const RunSettings& settings,
         Log(error);
       break;
     case EntryFate::kKept:
-      Log("the report index is locked by another process: the entry of " + report.path() +
-          " is kept, and the service adds it once the lock is free");
+      Log("the report index cannot take the entry of " + report.path() +
+          " now (another process holds its lock, or it cannot be written): the entry is kept,"
+          " and the service adds it as soon as it can");
       break;
     case EntryFate::kLost:
       Log("the entry of " + report.path() + " could not be added nor kept: " + error);

@@ -434,7 +434,7 @@ TEST_F(Schscand, AHeldIndexLockHoldsUpNoScan) {
   testing_support::IndexLockHolder holder;
   const Ran run = RunScan("Held");
   EXPECT_EQ(run.status, 1);
-  EXPECT_NE(run.err.find("is kept, and the service adds it once the lock is free"), std::string::npos)
+  EXPECT_NE(run.err.find("the entry is kept, and the service adds it as soon as it can"), std::string::npos)
       << run.err;
   EXPECT_TRUE(IndexOf("Held").empty());
   testing_support::WriteFile(scratch_ / "boot_id", "boot\n");
