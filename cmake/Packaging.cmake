@@ -4,14 +4,18 @@ include(GNUInstallDirs)
 find_program(GZIP gzip REQUIRED)
 set(DOC_BUILD_DIR ${CMAKE_BINARY_DIR}/doc)
 add_custom_command(
-  OUTPUT ${DOC_BUILD_DIR}/schscan.1.gz ${DOC_BUILD_DIR}/changelog.gz
+  OUTPUT ${DOC_BUILD_DIR}/schscan.1.gz ${DOC_BUILD_DIR}/schscand.8.gz ${DOC_BUILD_DIR}/changelog.gz
   COMMAND ${CMAKE_COMMAND} -E make_directory ${DOC_BUILD_DIR}
   COMMAND ${GZIP} -9n -c ${CMAKE_SOURCE_DIR}/doc/schscan.1 > ${DOC_BUILD_DIR}/schscan.1.gz
+  COMMAND ${GZIP} -9n -c ${CMAKE_SOURCE_DIR}/doc/schscand.8 > ${DOC_BUILD_DIR}/schscand.8.gz
   COMMAND ${GZIP} -9n -c ${CMAKE_SOURCE_DIR}/packaging/changelog > ${DOC_BUILD_DIR}/changelog.gz
-  DEPENDS ${CMAKE_SOURCE_DIR}/doc/schscan.1 ${CMAKE_SOURCE_DIR}/packaging/changelog)
-add_custom_target(docs ALL DEPENDS ${DOC_BUILD_DIR}/schscan.1.gz ${DOC_BUILD_DIR}/changelog.gz)
+  DEPENDS ${CMAKE_SOURCE_DIR}/doc/schscan.1 ${CMAKE_SOURCE_DIR}/doc/schscand.8
+          ${CMAKE_SOURCE_DIR}/packaging/changelog)
+add_custom_target(docs ALL DEPENDS ${DOC_BUILD_DIR}/schscan.1.gz ${DOC_BUILD_DIR}/schscand.8.gz
+                                   ${DOC_BUILD_DIR}/changelog.gz)
 
 install(FILES ${DOC_BUILD_DIR}/schscan.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${DOC_BUILD_DIR}/schscand.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES doc/schscan.bash-completion
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME schscan)
 install(FILES packaging/copyright ${DOC_BUILD_DIR}/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR})
