@@ -22,6 +22,25 @@ install(FILES packaging/copyright ${DOC_BUILD_DIR}/changelog.gz DESTINATION ${CM
 install(FILES packaging/lintian-overrides
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME schscan)
 
+# The service's systemd unit, made at install time, when the real prefix is
+# known: ExecStart names PREFIX/sbin/schscand (service/CMakeLists.txt installs
+# it to sbin). With prefix /usr, the Debian package's, the unit goes to
+# /lib/systemd/system, where Debian 12 packages must keep units; otherwise to
+# PREFIX/lib/systemd/system, which systemd reads for /usr/local.
+install(CODE "
+  if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
+    set(schscand_unit_dir /lib/systemd/system)
+  else()
+    set(schscand_unit_dir \"\${CMAKE_INSTALL_PREFIX}/lib/systemd/system\")
+  endif()
+  set(SCHSCAND_PATH \"\${CMAKE_INSTALL_PREFIX}/sbin/schscand\")
+  configure_file(\"${CMAKE_SOURCE_DIR}/packaging/schscand.service.in\"
+                 \"${CMAKE_BINARY_DIR}/packaging/schscand.service\" @ONLY)
+  file(INSTALL \"${CMAKE_BINARY_DIR}/packaging/schscand.service\"
+       DESTINATION \"\${schscand_unit_dir}\"
+       PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+")
+
 foreach(script postinst postrm)
   configure_file(packaging/${script} ${CMAKE_BINARY_DIR}/packaging/${script} @ONLY
                  FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
