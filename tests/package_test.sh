@@ -1,18 +1,23 @@
 #!/usr/bin/env bash
 # Builds the Debian package, installs it into this machine with dpkg, runs
 # the installed tool (help, then a scripted add and view as root and as an
-# ordinary user through the setgid tool), removes it (scans stay) and purges
-# it (scans go). Needs root: exits 77, which CTest reports as skipped,
-# otherwise, and also when the product is already installed by other means.
+# ordinary user through the setgid tool) and the scan service (its enabled
+# unit, and a run of each scan on a signature database of the test's own,
+# under the unit's capabilities), removes it (scans stay) and purges it (scans
+# and the service's state go). Needs root: exits 77, which CTest reports as
+# skipped, otherwise, and also when the product is already installed by other
+# means.
 set -euo pipefail
 source_dir=$1
 build_dir=$2
 
 if [ "$(id -u)" -ne 0 ]; then echo "skipped: the package test needs root"; exit 77; fi
 product=/usr/lib/Korvane/Korvane
+state=/var/lib/schscan
+unit=/lib/systemd/system/schscand.service
 if dpkg-query -W -f='${Status}' schscan 2>/dev/null | grep -q 'ok installed' ||
-   [ -e "$product" ] || [ -e /usr/bin/schscan ]; then
-  echo "skipped: schscan is already installed on this machine ($product or /usr/bin/schscan)"
+   [ -e "$product" ] || [ -e /usr/bin/schscan ] || [ -e "$state" ]; then
+  echo "skipped: schscan is already installed on this machine ($product, $state or /usr/bin/schscan)"
   exit 77
 fi
 
@@ -31,10 +36,11 @@ if command -v lintian >/dev/null; then
 fi
 
 scan_dir=$(mktemp -d /tmp/schscan-package-test.XXXXXX)
+database=$(mktemp -d /tmp/schscan-package-db.XXXXXX)
 chmod 0755 "$scan_dir"
 cleanup() {
   dpkg --purge schscan >/dev/null 2>&1 || true
-  rm -rf "$scan_dir"
+  rm -rf "$scan_dir" "$database"
 }
 trap cleanup EXIT
 
@@ -50,6 +56,8 @@ dpkg -i "$deb"
 [ "$(stat -c '%G %a' "$product/store")" = "schscan 2770" ] || fail "store directory modes"
 [ "$(stat -c '%G %a' "$product")" = "schscan 750" ] || fail "the product directory is group-writable"
 [ "$(readlink "$product/tsklst.inf")" = store/tsklst.inf ] || fail "no link to the store"
+grep -qx 'ExecStart=/usr/sbin/schscand' "$unit" || fail "the unit does not start /usr/sbin/schscand"
+[ -L /etc/systemd/system/multi-user.target.wants/schscand.service ] || fail "the unit is not enabled"
 
 echo "==> Running the installed tool"
 out=$(/usr/bin/schscan --help)
@@ -70,6 +78,23 @@ expect "view as root" "PackageRootScan" "$out"
 expect "view as root" "nobody" "$out"
 if as_nobody cat "$product/tsklst.inf" >/dev/null 2>&1; then fail "nobody reads the store directly"; fi
 
+echo "==> Running the installed service"
+marker=KORVANE-PACKAGE-TEST-MARKER
+printf 'Korvane.Package.Marker:0:*:%s\n' "$(printf %s "$marker" | od -An -tx1 | tr -d ' \n')" \
+  >"$database/package.ndb"
+(umask 022 && echo "a file with $marker" >"$scan_dir/marked.txt")
+# Each run as the unit starts one: no new privileges, its capabilities only.
+caps=$(sed -n 's/^CapabilityBoundingSet=//p' "$unit" | tr 'A-Z' 'a-z' | sed 's/cap_/+/g; s/ /,/g')
+for scan in PackageRootScan PackageUserScan; do
+  status=0
+  (umask 077 && setpriv --no-new-privs --inh-caps=-all --bounding-set=-all,"$caps" -- \
+     /usr/sbin/schscand --run "$scan" --database "$database") || status=$?
+  [ "$status" = 1 ] || fail "--run $scan: exit status $status, not 1 (infected)"
+done
+out=$(printf 'n\n' | /usr/bin/schscan --reports)
+expect "reports as root" "PackageRootScan" "$out"
+expect "reports as root" "PackageUserScan" "$out"
+
 echo "==> dpkg -r keeps the scans"
 dpkg -r schscan
 [ ! -e /usr/bin/schscan ] || fail "the tool is still installed"
@@ -77,4 +102,7 @@ dpkg -r schscan
 echo "==> dpkg --purge removes them"
 dpkg --purge schscan
 [ ! -e "$product/tsklst.inf" ] || fail "purge kept the scans"
+[ ! -e "$state" ] || fail "purge kept the service's state"
+[ ! -e /etc/systemd/system/schscand.service ] || fail "purge left the unit masked"
+[ ! -e /etc/systemd/system/multi-user.target.wants/schscand.service ] || fail "purge left the unit enabled"
 echo "package test passed"
