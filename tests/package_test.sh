@@ -84,7 +84,7 @@ printf 'Korvane.Package.Marker:0:*:%s\n' "$(printf %s "$marker" | od -An -tx1 | 
   >"$database/package.ndb"
 (umask 022 && echo "a file with $marker" >"$scan_dir/marked.txt")
 # Each run as the unit starts one: no new privileges, its capabilities only.
-caps=$(sed -n 's/^CapabilityBoundingSet=//p' "$unit" | tr 'A-Z' 'a-z' | sed 's/cap_/+/g; s/ /,/g')
+caps=$(sed -n 's/^CapabilityBoundingSet=//p' "$unit" | tr '[:upper:]' '[:lower:]' | sed 's/cap_/+/g; s/ /,/g')
 for scan in PackageRootScan PackageUserScan; do
   status=0
   (umask 077 && setpriv --no-new-privs --inh-caps=-all --bounding-set=-all,"$caps" -- \

@@ -23,8 +23,12 @@ verify() {  # the unit, with extra lines; passes when verify exits 0 and says no
   { sed "s|^ExecStart=/usr/local/|ExecStart=$root/usr/local/|" "$unit"; printf '%s\n' "$@"; } \
     >"$root/verify/schscand.service"
   local said
-  said=$(MANPATH=$root/usr/local/share/man systemd-analyze verify \
-           "$root/verify/schscand.service" 2>&1) && [ -z "$said" ] || { printf '%s\n' "$said"; return 1; }
+  if said=$(MANPATH=$root/usr/local/share/man systemd-analyze verify \
+              "$root/verify/schscand.service" 2>&1) && [ -z "$said" ]; then
+    return 0
+  fi
+  printf '%s\n' "$said"
+  return 1
 }
 verify || fail "systemd-analyze verify complains about the unit"
 if verify '[Service]' 'ProtectHomes=yes' >/dev/null; then fail "verify passes a misspelt directive"; fi
