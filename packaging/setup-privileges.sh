@@ -49,7 +49,7 @@ echo "-- schscan: $tool setgid $group; the store and the reports owned by group 
 chown -h root:root "$product/tsklst.inf"
 chgrp "$group" "$tool" "$product" "$product/store" "$product/reports"
 chmod 2755 "$tool"
-chmod 0750 "$product"
+chmod 0755 "$product"
 chmod 2770 "$product/store" "$product/reports"
 for data in "$product"/store/tsklst.inf* "$product/reports/schdmain.rpt"; do
     if [ -e "$data" ]; then chgrp "$group" "$data"; fi

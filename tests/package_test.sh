@@ -54,7 +54,7 @@ dpkg -i "$deb"
 [ "$(stat -c '%G %a' /usr/bin/schscan)" = "schscan 2755" ] || fail "the tool is not setgid schscan"
 [ "$(stat -c '%G %a' "$product/reports")" = "schscan 2770" ] || fail "reports directory modes"
 [ "$(stat -c '%G %a' "$product/store")" = "schscan 2770" ] || fail "store directory modes"
-[ "$(stat -c '%G %a' "$product")" = "schscan 750" ] || fail "the product directory is group-writable"
+[ "$(stat -c '%G %a' "$product")" = "schscan 755" ] || fail "the product directory is group-writable"
 [ "$(readlink "$product/tsklst.inf")" = store/tsklst.inf ] || fail "no link to the store"
 grep -qx 'ExecStart=/usr/sbin/schscand' "$unit" || fail "the unit does not start /usr/sbin/schscand"
 [ -L /etc/systemd/system/multi-user.target.wants/schscand.service ] || fail "the unit is not enabled"
@@ -79,6 +79,9 @@ expect "view as root" "nobody" "$out"
 if as_nobody cat "$product/tsklst.inf" >/dev/null 2>&1; then fail "nobody reads the store directly"; fi
 
 echo "==> Running the installed service"
+as_nobody /usr/sbin/schscand --help >/dev/null || fail "help for nobody"
+status=0; as_nobody /usr/sbin/schscand --status >/dev/null 2>&1 || status=$?
+[ "$status" = 2 ] || fail "--status for nobody: exit status $status, not 2"
 marker=KORVANE-PACKAGE-TEST-MARKER
 printf 'Korvane.Package.Marker:0:*:%s\n' "$(printf %s "$marker" | od -An -tx1 | tr -d ' \n')" \
   >"$database/package.ndb"

@@ -149,7 +149,7 @@ TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
   if (!kSetgidRunsCleanly) GTEST_SKIP() << "a sanitized tool cannot end cleanly as setgid";
   Install(std::to_string(kToolGroup));
   EXPECT_EQ(ModeAndGroup(kInstalledTool), "2755 54321");
-  EXPECT_EQ(ModeAndGroup(kProductDir), "750 54321");
+  EXPECT_EQ(ModeAndGroup(kProductDir), "755 54321");
   EXPECT_EQ(ModeAndGroup(kReportsDir), "2770 54321");
   const std::string storeDir = std::string(kProductDir) + "/store";
   EXPECT_EQ(ModeAndGroup(storeDir), "2770 54321");
@@ -189,13 +189,15 @@ TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
   EXPECT_TRUE(fs::exists(daemons));
   ExpectRun("--reports", "y\n1\n", kDaemon, "daemon's\n");
 
-  // Nothing the product keeps can be opened by an ordinary user directly:
-  // neither what the install made nor what the tool made for that user.
+  // No scan or report can be opened by an ordinary user directly: neither
+  // what the install made nor what the tool made for that user. (The
+  // library and the catalogue are for everyone to read.)
   std::vector<std::string> paths = {kTaskListPath, kReportIndexPath, daemons,
                                     std::string(kProductDir) + "/planted",
                                     std::string(kReportsDir) + "/planted"};
-  for (const auto& entry : fs::recursive_directory_iterator(kProductDir))
-    if (entry.is_regular_file()) paths.push_back(entry.path());
+  for (const std::string& data : {storeDir, std::string(kReportsDir)})
+    for (const auto& entry : fs::recursive_directory_iterator(data))
+      if (entry.is_regular_file()) paths.push_back(entry.path());
   for (const uid_t user : {kNobody, kDaemon}) {
     for (const std::string& path : paths) {
       EXPECT_NE(OpenErrorAs(user, path, O_RDONLY), 0) << path << " read by " << user;
