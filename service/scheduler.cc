@@ -60,8 +60,10 @@ void Scheduler::SetScans(std::vector<ScanSchedule> scans, Instant now, Steady st
       const auto last = lastRuns_.find(key);
       const Instant since = last != lastRuns_.end() ? std::max(last->second.start, entry.schedule.anchor)
                                                      : entry.schedule.anchor;
+      // Found at start, it was missed while the service did not run; found
+      // later, it came due in the moment before the store was read again.
       const auto missed = NextAfter(entry, since, zone);
-      if (missed && *missed <= now) entry.delayed = steadyNow + startDelay_;
+      if (missed && *missed <= now) entry.delayed = steadyNow + (started_ ? Steady::duration{} : startDelay_);
       const tagSCHEDULE_SCAN_ENTRY& record = entry.schedule.record;
       const bool firstBoot = record.bFirstBootScan == 1;
       const bool today = record.byFrequency != FREQ_WEEKLY ||

@@ -40,9 +40,10 @@ class Scheduler {
 
   // The store's scans, at start and after every change of the store. A scan
   // seen for the first time gets a catch-up run when a run time fell between
-  // its last run (or its anchor) and now; at the first call, first-boot scans
-  // get their run on a new boot. A scan whose schedule changed counts its
-  // runs from now.
+  // its last run (or its anchor) and now: after the start delay at the first
+  // call, at once later (it came due just before the store was read). At the
+  // first call, first-boot scans get their run on a new boot. A scan whose
+  // schedule changed counts its runs from now.
   void SetScans(std::vector<ScanSchedule> scans, Instant now, Steady steadyNow,
                 const date::time_zone& zone);
 

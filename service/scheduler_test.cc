@@ -124,8 +124,12 @@ TEST(Scheduler, LaterReadsOfTheStore) {
                      Utc());
   ScanSchedule added = Schedule(boot, "2026-05-04 09:59:30");
   added.key.name = "Added";
-  scheduler.SetScans({Schedule(daily, "2026-05-04 09:00:00"), added}, At("2026-05-04 09:59:30"),
-                     started + seconds(30), Utc());
+  // Due at 09:59:31, a second before the store was read: it runs at once.
+  ScanSchedule late = Schedule(Rule{FREQ_DAILY, "09:59:31"}, "2026-05-04 09:59:30");
+  late.key.name = "Late";
+  scheduler.SetScans({Schedule(daily, "2026-05-04 09:00:00"), added, late},
+                     At("2026-05-04 09:59:32"), started + seconds(32), Utc());
+  EXPECT_EQ(scheduler.Due(At("2026-05-04 09:59:32"), started + seconds(32), false, Utc()).size(), 1u);
   EXPECT_EQ(scheduler.Due(At("2026-05-04 10:00:00"), started + seconds(60), false, Utc()).size(), 1u);
   EXPECT_TRUE(scheduler.Due(At("2026-05-04 10:02:30"), started + seconds(210), false, Utc()).empty());
   // Moved to 11:00: the next run is today at 11:00, none missed at 10:00.

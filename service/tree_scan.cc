@@ -206,7 +206,7 @@ class TreeScan {
   void Scan(const Work& work) {
     const std::string path = Join(work.directory->path, work.name);
     const int fd = openat(work.directory->fd, work.name.c_str(),
-                          O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+                          O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) {
       // ELOOP: the name is a symbolic link now, which the walk never follows.
       if (errno != ELOOP) Unreachable(path, ErrnoText(errno));
