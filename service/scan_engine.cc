@@ -9,7 +9,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <vector>
 
@@ -26,6 +28,8 @@ constexpr std::uint32_t kEveryParser =
     CL_SCAN_PARSE_HTML | CL_SCAN_PARSE_PE | CL_SCAN_PARSE_ONENOTE | CL_SCAN_PARSE_IMAGE |
     CL_SCAN_PARSE_IMAGE_FUZZY_HASH;
 constexpr char kPuaPrefix[] = "PUA.";
+// Enough of a file's start to tell a memory dump by its header.
+constexpr std::size_t kHeadSize = 18;
 
 std::string ErrnoText(int number) { return std::generic_category().message(number); }
 
@@ -101,7 +105,7 @@ cl_scan_options ScanSettings(std::uint8_t scanOptions) {
 }
 
 // Reads up to `size` bytes from the start of `fd`: the count, or -1 with errno.
-ssize_t ReadHead(int fd, unsigned char* buffer, std::size_t size) {
+ssize_t ReadFromStart(int fd, unsigned char* buffer, std::size_t size) {
   std::size_t done = 0;
   while (done < size) {
     const ssize_t got = pread(fd, buffer + done, size - done, static_cast<off_t>(done));
@@ -201,22 +205,59 @@ FileVerdict ScanEngine::Scan(int fd, const char* path) const {
     verdict.error = std::string(path != nullptr ? path : "(no name)") + ": " + reason;
     return verdict;
   };
-  // libclamav logs a file it cannot read and calls it clean, so the first
-  // bytes are read here whatever the options; they also tell a memory dump.
-  unsigned char head[18];
-  const ssize_t size = ReadHead(fd, head, sizeof head);
-  if (size < 0) return fail(ErrnoText(errno));
-  if ((scanOptions_ & SCAN_OPT_DUMP) == 0 && IsMemoryDump(head, static_cast<std::size_t>(size))) {
+  // A file up to kBufferedFileSize is read whole into this thread's buffer,
+  // which the thread keeps from file to file, and scanned from there. Given
+  // the descriptor, libclamav maps fresh anonymous memory for each file and
+  // reads the file into it, so that every page faults in; with several
+  // scanning threads, each such fault makes the other cores flush their TLBs.
+  // Larger files go to libclamav by descriptor, so that the buffer stays
+  // bounded; of them only the first bytes are read here. Either way the file
+  // is read here first, whatever the options, since libclamav logs a file it
+  // cannot read and calls it clean; the first bytes also tell a memory dump.
+  thread_local std::unique_ptr<unsigned char[]> buffer;
+  thread_local std::size_t capacity = 0;
+  struct stat status;
+  if (fstat(fd, &status) != 0) return fail(ErrnoText(errno));
+  const bool buffered = status.st_size >= 0 &&
+                        static_cast<std::uint64_t>(status.st_size) <= kBufferedFileSize;
+  // A byte more than the file holds, to see whether it grew since.
+  const std::size_t wanted =
+      buffered ? static_cast<std::size_t>(status.st_size) + 1 : kHeadSize;
+  if (capacity < wanted) {
+    // Doubled, so that growing costs no more than the reads; left
+    // uninitialised, so that only the pages read into are ever resident.
+    const std::size_t grown = std::max(wanted, std::min(2 * capacity, kBufferedFileSize + 1));
+    buffer.reset();
+    capacity = 0;
+    try {
+      buffer = std::make_unique_for_overwrite<unsigned char[]>(grown);
+    } catch (const std::bad_alloc&) {
+      return fail("out of memory");
+    }
+    capacity = grown;
+  }
+  const ssize_t got = ReadFromStart(fd, buffer.get(), wanted);
+  if (got < 0) return fail(ErrnoText(errno));
+  const auto length = static_cast<std::size_t>(got);
+  if ((scanOptions_ & SCAN_OPT_DUMP) == 0 && IsMemoryDump(buffer.get(), length)) {
     verdict.verdict = Verdict::kSkippedDump;
     return verdict;
   }
+  // An empty file, one that grew while it was read, or a large one: by
+  // descriptor, as it is when libclamav reads it.
+  cl_fmap_t* map = buffered && length > 0 && length < wanted
+                       ? cl_fmap_open_memory(buffer.get(), length)
+                       : nullptr;
 
   ScanContext context;
   cl_scan_options settings = ScanSettings(scanOptions_);
   const char* name = nullptr;
   unsigned long scanned = 0;
   const cl_error_t result =
-      cl_scandesc_callback(fd, path, &name, &scanned, engine_, &settings, &context);
+      map != nullptr
+          ? cl_scanmap_callback(map, path, &name, &scanned, engine_, &settings, &context)
+          : cl_scandesc_callback(fd, path, &name, &scanned, engine_, &settings, &context);
+  if (map != nullptr) cl_fmap_close(map);
   if (result == CL_CLEAN) return verdict;
   if (result != CL_VIRUS) return fail(cl_strerror(result));
 

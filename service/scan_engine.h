@@ -4,6 +4,7 @@
 // errors to standard error, through a message callback of ours.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -39,6 +40,10 @@ class ScanEngine {
   std::string DatabaseVersion() const;
   // "version 27000, 8700000 signatures", or "unversioned, 3 signatures".
   std::string Description() const;
+
+  // Files up to this size are scanned from a buffer that each scanning
+  // thread keeps; larger ones are read by libclamav itself.
+  static constexpr std::size_t kBufferedFileSize = std::size_t{4} << 20;
 
   // Scans the whole of the open regular file `fd`, whatever its offset: it is
   // read by position, and libclamav leaves the offset at 0. `path` is only

@@ -116,6 +116,34 @@ TEST_F(ScanEngineTest, VerdictsFollowTheOptionBits) {
   }
 }
 
+TEST_F(ScanEngineTest, FilesOnBothSidesOfTheBufferSizeAreScannedWhole) {
+  const auto engine = MustLoad(kEvery & ~kDump);
+  ASSERT_NE(engine, nullptr);
+  const std::string marked = testing_support::SampleContent(Sample::kMarker);
+  const std::string clean = testing_support::SampleContent(Sample::kClean);
+  const std::size_t limit = ScanEngine::kBufferedFileSize;
+  struct Row {
+    const char* what;
+    std::string content;
+    Verdict verdict;
+  } rows[] = {
+      {"marked, as large as the buffer", std::string(limit - marked.size(), 'x') + marked,
+       Verdict::kInfected},
+      {"marked, a byte larger", std::string(limit + 1 - marked.size(), 'x') + marked,
+       Verdict::kInfected},
+      {"clean, larger", std::string(limit, 'x') + clean, Verdict::kClean},
+      {"core dump, larger",
+       testing_support::SampleContent(Sample::kElfCore) + std::string(limit, 'x'),
+       Verdict::kSkippedDump},
+  };
+  for (const Row& row : rows) {
+    const std::string path = root_ + "/large";
+    testing_support::WriteFile(path, row.content);
+    const FileVerdict verdict = ScanPath(*engine, path);
+    EXPECT_EQ(verdict.verdict, row.verdict) << row.what << ": " << verdict.error;
+  }
+}
+
 TEST_F(ScanEngineTest, LoadReportsWhyItFailed) {
   const std::string empty = root_ + "/empty";
   const std::string broken = root_ + "/broken";
