@@ -171,6 +171,8 @@ class TreeScan {
   }
 
   // Hands a file to the scanning threads, waiting while the queue is full.
+  // A full queue is only woken once it is down to half, so that the walk
+  // and the scanning threads do not wake each other for every file.
   void Queue(Work work) {
     if (workers_.empty()) return Scan(work);
     std::unique_lock lock(queueMutex_);
@@ -191,14 +193,16 @@ class TreeScan {
   void Serve() {
     for (;;) {
       Work work;
+      bool room = false;  // the queue just fell to half: time for the walk to fill it
       {
         std::unique_lock lock(queueMutex_);
         queued_.wait(lock, [this] { return !queue_.empty() || walked_; });
         if (queue_.empty()) return;
         work = std::move(queue_.front());
         queue_.pop_front();
+        room = queue_.size() == capacity_ / 2;
       }
-      taken_.notify_one();
+      if (room) taken_.notify_one();
       if (!Stopped()) Scan(work);
     }
   }
