@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <pwd.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -206,6 +207,16 @@ bool FindScan(const std::string& name, StoredScan* scan, std::string* error) {
   return true;
 }
 
+// The cores this process may run on: its affinity mask, which taskset and a
+// unit's CPUAffinity narrow, else every core of the machine.
+unsigned UsableCores() {
+  cpu_set_t cores;
+  CPU_ZERO(&cores);
+  if (sched_getaffinity(0, sizeof cores, &cores) == 0 && CPU_COUNT(&cores) > 0)
+    return static_cast<unsigned>(CPU_COUNT(&cores));
+  return std::max(1u, std::thread::hardware_concurrency());
+}
+
 std::string Now(std::chrono::sys_seconds* instant) {
   *instant = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
   return FormatLocalMoment(*instant, SystemZone());
@@ -311,7 +322,7 @@ int RunScanNow(const std::string& scanName, const RunSettings& settings,
     TreeScanRequest request;
     request.roots = facts.directories;
     request.action = entry.nScanAction;
-    request.threads = std::max(1u, std::thread::hardware_concurrency());
+    request.threads = UsableCores();
     int sockets[2];
     pid_t child = -1;
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets) == 0) {
