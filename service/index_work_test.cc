@@ -1,6 +1,8 @@
 #include "service/index_work.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <sys/wait.h>
 
 #include <filesystem>
@@ -64,8 +66,17 @@ TEST_F(IndexWork, EntriesWaitForTheLockInOrderAndGoInOnce) {
   // Entry 2 went in before a crash took its file away: it is not added twice.
   ASSERT_EQ(AppendReportIndexEntry(entry("2"), kShortWait), IndexUpdate::kDone);
   EXPECT_EQ(RecordReportEntry(entry("4"), kept_, kShortWait, &error), EntryFate::kAdded);
+  // A torn kept file (a crash while it was written) is dropped.
+  testing_support::WriteFile(keptDir_ + "/0-torn.entry", "torn");
+  ASSERT_EQ(kept_.AddToIndex(kShortWait, &error), IndexUpdate::kDone);
   EXPECT_EQ(IndexEntries(), (std::vector<std::string>{"Scan/7/1", "Scan/7/2", "Scan/7/3", "Scan/7/4"}));
   EXPECT_TRUE(kept_.Empty());
+  // The header counts the entries appended.
+  unsigned char count[4] = {};
+  const int index = open(kReportIndexPath, O_RDONLY);
+  EXPECT_EQ(pread(index, count, sizeof count, REPORT_HEADER_OFFSET), 4);
+  close(index);
+  EXPECT_EQ(count[0] | count[1] << 8 | count[2] << 16 | count[3] << 24, 4);
 }
 
 // Retention keeps the newest reports of each scan (name and owner), and
