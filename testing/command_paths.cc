@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -10,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <sstream>
 #include <stdexcept>
 
 #include "product_paths.h"
@@ -24,138 +24,15 @@ namespace fs = std::filesystem;
 namespace testing_support {
 namespace {
 
-void Write(const std::string& path, const std::string& contents) {
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << contents;
-  chmod(path.c_str(), 0666);
-}
-
-// The standard seed's scan of that name replaced by `scan`.
-void ReplaceScan(const tagSCHEDULE_SCAN_ENTRY& scan) {
-  std::uint32_t code = 0;
-  DeleteScheduleScanTask(kTaskListPath, scan.szScanName, 0, &code);
-  StoreScan(scan);
-}
-
-tagSCHEDULE_SCAN_ENTRY WeeklyScan(const char* name) {
-  tagSCHEDULE_SCAN_ENTRY scan = MakeScan(name, 0);
-  scan.byFrequency = FREQ_WEEKLY;
-  scan.byWeekDay = 5;
-  scan.nRecurEvery = 3;
-  return scan;
-}
-
-// The reports of the standard seed gone, index and files, and in their place
-// entries naming `paths` as root's reports of a scan.
-void ReplaceReports(const std::vector<std::string>& paths) {
-  fs::remove(kReportIndexPath);
-  for (int i = 1; i <= 3; ++i)
-    fs::remove(std::string(kReportsDir) + "/schd000" + std::to_string(i) + ".rpt");
-  for (const std::string& path : paths) {
-    tagSCAN_REPORT_ENTRY entry = MakeReportEntry("Hostile", "now", "", 0);
-    std::memcpy(entry.szReportPath, path.data(), std::min(path.size(), sizeof entry.szReportPath));
-    AppendReportEntry(entry);
-  }
-}
-
-// The changes to the standard seed that paths name.
-const std::map<std::string, std::function<void()>>& Seeds() {
-  static const std::map<std::string, std::function<void()>> seeds = {
-      {"read-only store", [] { SetStoreMode(0644); }},
-      {"unreadable store", [] { SetStoreMode(0600); }},
-      {"no task list", [] { fs::remove(kTaskListPath); }},
-      {"no scans",
-       [] {
-         for (const char* name : {"Daily15charName", "Weekly16charName", "Boot"}) {
-           std::uint32_t code = 0;
-           DeleteScheduleScanTask(kTaskListPath, name, 0, &code);
-         }
-       }},
-      {"Weekly", [] { StoreScan(WeeklyScan("Weekly")); }},
-      {"Weekly on day 0",
-       [] {
-         StoreScan(WeeklyScan("Weekly"));
-         SetStoredColumn("Weekly", "week_day", 0);
-       }},
-      {"WeeklyBoot",
-       [] {
-         tagSCHEDULE_SCAN_ENTRY scan = WeeklyScan("WeeklyBoot");
-         scan.bFirstBootScan = 1;
-         scan.nRecurEvery = 60;
-         StoreScan(scan);
-       }},
-      {"odd frequency", [] { SetStoredColumn("Daily15charName", "frequency", 7); }},
-      {"odd frequency and weekday",
-       [] {
-         SetStoredColumn("Daily15charName", "frequency", 7);
-         SetStoredColumn("Weekly16charName", "week_day", 9);
-       }},
-      {"directories a b c",
-       [] { ReplaceScan(MakeScan("Daily15charName", 0, {ScanDir("a"), ScanDir("b"), ScanDir("c")})); }},
-      {"hundred directories",
-       [] {
-         std::vector<std::string> dirs;
-         for (int i = 0; i < 100; ++i) dirs.push_back(ScanDir("n" + std::to_string(i)));
-         ReplaceScan(MakeScan("Daily15charName", 0, dirs));
-       }},
-      {"no index", [] { fs::remove(kReportIndexPath); }},
-      {"empty index", [] { Write(kReportIndexPath, std::string(19, '\0')); }},
-      {"short index", [] { Write(kReportIndexPath, std::string(18, '\0')); }},
-      {"header-only index",
-       [] { Write(kReportIndexPath, std::string(8, '\0') + "\x07" + std::string(10, '\0')); }},
-      {"hostile entries to show",
-       [] {
-         const std::string reports = std::string(kReportsDir) + "/";
-         const std::string meta = reports + "r$(touch pwned);touch pwned;.rpt";
-         ReplaceReports({"/x/reports/a;touch " + std::string(kProductDir) + "/pwned", meta,
-                         "`touch " + std::string(kProductDir) + "/pwned`",
-                         reports + std::string(300, 'L'), std::string(1024, 'M')});
-         Write(meta, "shown, not run\n");
-       }},
-      {"user 1's report gone",
-       [] { fs::remove(std::string(kReportsDir) + "/schd0002.rpt"); }},
-      {"root's entry names user 1's report",
-       [] {
-         AppendReportEntry(MakeReportEntry("Daily15charName", "d4",
-                                           std::string(kReportsDir) + "/schd0002.rpt", 0));
-       }},
-      {"user 1's entries name the index, a temporary and a directory",
-       [] {
-         const std::string reports = std::string(kReportsDir) + "/";
-         for (const char* name : {"schdmain.rpt", ".schdmain.rpt.Ab3xY", "sub"})
-           AppendReportEntry(MakeReportEntry("Weekly16charName", name, reports + name, 1));
-         Write(reports + ".schdmain.rpt.Ab3xY", "a temporary index\n");
-         fs::create_directory(reports + "sub");
-       }},
-      {"reports directory of root's, 0755",
-       [] {
-         chmod(kReportsDir, 0755);
-         chmod(kReportIndexPath, 0666);
-       }},
-      {"sticky reports directory", [] { chmod(kReportsDir, 01777); }},
-      {"hostile entries to remove",
-       [] {
-         const std::string product = std::string(kProductDir) + "/";
-         const std::string reports = std::string(kReportsDir) + "/";
-         ReplaceReports({product + "victim", reports + "../victim", reports + "link.rpt",
-                         "$(rm -f " + reports + "victim)",
-                         reports + std::string(1023 - reports.size(), 'L'),
-                         std::string(1024, '/')});
-         Write(product + "victim", "keep\n");
-         Write(reports + "victim", "keep\n");
-         Write(reports + "a;b", "odd name\n");
-         fs::create_symlink(product + "victim", reports + "link.rpt");
-       }},
-  };
-  return seeds;
-}
-
 // A text of a paths file: escapes and placeholders resolved.
 std::string Text(const std::string& raw) {
   std::string text;
+  std::size_t fillAt = std::string::npos;  // {fill:C} pads the text to 1023 characters
+  char filler = 0;
   for (std::size_t i = 0; i < raw.size(); ++i) {
     if (raw[i] == '\\' && i + 1 < raw.size()) {
       const char e = raw[++i];
-      text.push_back(e == 'n' ? '\n' : e == 't' ? '\t' : e);
+      text.push_back(e == 'n' ? '\n' : e == 't' ? '\t' : e == '0' ? '\0' : e);
     } else if (raw.compare(i, 5, "{dir:") == 0) {
       const std::size_t end = raw.find('}', i);
       text += ScanDir(raw.substr(i + 5, end - i - 5));
@@ -166,73 +43,147 @@ std::string Text(const std::string& raw) {
     } else if (raw.compare(i, 9, "{product}") == 0) {
       text += kProductDir;
       i += 8;
+    } else if (raw.compare(i, 6, "{fill:") == 0) {
+      fillAt = text.size();
+      filler = raw[i + 6];
+      i += 7;
     } else {
       text.push_back(raw[i]);
     }
   }
+  if (fillAt != std::string::npos) text.insert(fillAt, 1023 - text.size(), filler);
   return text;
 }
 
-std::vector<CommandPath> ReadPaths(const char* name) {
-  std::ifstream file(std::string(PATHS_DIR) + "/" + name);
-  if (!file) throw std::runtime_error(std::string("cannot read ") + name);
-  std::vector<CommandPath> paths;
-  std::map<std::string, std::vector<Step>> blocks;
-  std::vector<Step>* steps = nullptr;  // where steps go: a block, or the last path
-  std::string command;
-  for (std::string line; std::getline(file, line);) {
-    if (line.empty() || line[0] == '#') continue;
+// Makes one change of a path's seed: "VERB ARGUMENT" or "VERB ARGUMENT > VALUE".
+void ApplySeed(const std::string& line) {
+  const std::size_t space = line.find(' ');
+  const std::size_t arrow = line.find(" > ");
+  const std::string verb = line.substr(0, space);
+  const std::string argument = Text(line.substr(space + 1, arrow - space - 1));
+  const std::string value = arrow == std::string::npos ? "" : Text(line.substr(arrow + 3));
+  if (verb == "scan") {  // stored in place of the scan of that name
+    const tagSCHEDULE_SCAN_ENTRY scan = ScanFrom(argument);
+    std::uint32_t code = 0;
+    DeleteScheduleScanTask(kTaskListPath, scan.szScanName, 0, &code);
+    StoreScan(scan);
+  } else if (verb == "sql") {
+    if (QueryStore(kTaskListPath, argument.c_str()) != "") throw std::runtime_error(line);
+  } else if (verb == "store-mode") {
+    SetStoreMode(static_cast<mode_t>(std::stoul(argument, nullptr, 8)));
+  } else if (verb == "chmod") {
+    chmod(argument.c_str(), static_cast<mode_t>(std::stoul(value, nullptr, 8)));
+  } else if (verb == "remove") {
+    fs::remove(argument);
+  } else if (verb == "mkdir") {
+    fs::create_directory(argument);
+  } else if (verb == "symlink") {
+    fs::create_symlink(argument, value);
+  } else if (verb == "file") {
+    std::ofstream(argument, std::ios::binary | std::ios::trunc) << value;
+    chmod(argument.c_str(), 0666);
+  } else if (verb == "entry") {  // the path field as it is, without a NUL when it fills it
+    std::istringstream words(argument);
+    std::uint32_t owner = 0;
+    std::string scanName;
+    std::string dateTime;
+    words >> owner >> scanName >> dateTime;
+    tagSCAN_REPORT_ENTRY entry = MakeReportEntry(scanName, dateTime, "", owner);
+    std::memcpy(entry.szReportPath, value.data(), std::min(value.size(), sizeof entry.szReportPath));
+    AppendReportEntry(entry);
+  } else {
+    throw std::runtime_error("no such seed: " + line);
+  }
+}
+
+// Reads a table. A block's lines are kept as they stand and read again
+// wherever the block is used.
+class TableReader {
+ public:
+  explicit TableReader(const std::string& table) : table_(table) {}
+
+  std::vector<CommandPath> Read() {
+    std::ifstream file(std::string(PATHS_DIR) + "/" + table_);
+    if (!file) throw std::runtime_error("cannot read " + table_);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    ReadLines(lines);
+    return std::move(paths_);
+  }
+
+ private:
+  void ReadLines(const std::vector<std::string>& lines) {
+    for (const std::string& line : lines) {
+      if (block_ != nullptr && line != "end") {
+        block_->push_back(line);
+      } else if (!line.empty() && line[0] != '#') {
+        ReadLine(line);
+      }
+    }
+  }
+
+  void ReadLine(const std::string& line) {
     const std::size_t colon = line.find(": ");
     const std::string word = line.substr(0, line.find(':'));
     const std::string value = colon == std::string::npos ? "" : line.substr(colon + 2);
     if (word == "command") {
-      command = value;
+      command_ = value;
     } else if (word == "path") {
-      paths.push_back({value, command});
-      steps = &paths.back().steps;
+      paths_.push_back({value, command_});
     } else if (word == "block") {
-      steps = &blocks[value];
+      block_ = &blocks_[value];
     } else if (line == "end") {
-      steps = paths.empty() ? nullptr : &paths.back().steps;
-    } else if (word == "use") {
-      steps->insert(steps->end(), blocks.at(value).begin(), blocks.at(value).end());
+      block_ = nullptr;
+    } else if (word == "use") {  // "use: BLOCK", or "use: BLOCK * COUNT" with {#} counting
+      const std::size_t times = value.find(" * ");
+      const int count = times == std::string::npos ? 1 : std::stoi(value.substr(times + 3));
+      for (int i = 0; i < count; ++i) {
+        std::vector<std::string> lines = blocks_.at(value.substr(0, times));
+        for (std::string& l : lines) {
+          for (std::size_t at; (at = l.find("{#}")) != std::string::npos;)
+            l.replace(at, 3, std::to_string(i));
+        }
+        ReadLines(lines);
+      }
+    } else if (paths_.empty()) {
+      throw std::runtime_error(table_ + ": outside a path: " + line);
     } else if (word == "as") {
-      paths.back().user = static_cast<std::uint32_t>(std::stoul(value));
+      paths_.back().user = static_cast<std::uint32_t>(std::stoul(value));
     } else if (word == "seed") {
-      paths.back().seed = Seeds().at(value);
+      paths_.back().seed.push_back(value);
     } else if (word == "after") {
-      paths.back().after = Text(value);
+      paths_.back().after = Text(value);
     } else if (word == "errors") {
-      paths.back().errors = Text(value);
+      paths_.back().errors = Text(value);
     } else if (word == "scan") {
-      paths.back().scan = Text(value);
+      paths_.back().scan = Text(value);
     } else if (word == "reports") {
-      paths.back().reports = value;
+      paths_.back().reports = value;
     } else {
       const std::size_t arrow = line.rfind(" >");
-      if (arrow == std::string::npos) throw std::runtime_error(name + (": " + line));
+      if (arrow == std::string::npos) throw std::runtime_error(table_ + ": " + line);
       std::string answer = line.substr(std::min(line.size(), arrow + 3));
       if (line.compare(arrow, 3, " >|") == 0) answer = kNoAnswer;
       if (answer.size() >= 2 && answer.front() == '"' && answer.back() == '"')
         answer = answer.substr(1, answer.size() - 2);
-      steps->push_back({Text(line.substr(0, arrow)), Text(answer)});
+      paths_.back().steps.push_back({Text(line.substr(0, arrow)), Text(answer)});
     }
   }
-  return paths;
-}
 
-// Past the limit of the wizards' shared directory question: a hundred
-// directories, then one more, refused.
-void AddHundredAndOneDirectories(std::vector<Step>& steps) {
-  for (int i = 0; i < 100; ++i) {
-    steps.push_back({"enter_dir:", ScanDir("n" + std::to_string(i))});
-    steps.push_back({"addmore_item:", "y"});
-  }
-  steps.push_back({"enter_dir:", ScanDir("extra")});
-  steps.push_back({"valid_scan_items.\nschscan_msg_presskey.", ""});
-}
+  const std::string table_;
+  std::string command_;
+  std::vector<CommandPath> paths_;
+  std::map<std::string, std::vector<std::string>> blocks_;
+  std::vector<std::string>* block_ = nullptr;  // the block being defined
+};
 
 }  // namespace
+
+const std::vector<CommandPath>& PathsOf(const std::string& table) {
+  static std::map<std::string, std::vector<CommandPath>> tables;
+  if (!tables.contains(table)) tables[table] = TableReader(table).Read();
+  return tables[table];
+}
 
 std::string InputOf(const std::vector<Step>& steps) {
   std::string input;
@@ -243,56 +194,9 @@ std::string InputOf(const std::vector<Step>& steps) {
   return input;
 }
 
-// The first path of add.paths and of modify.paths says no to everything it
-// can; the paths past the directory limit begin as it does.
-const std::vector<CommandPath>& AddPaths() {
-  static const std::vector<CommandPath> paths = [] {
-    std::vector<CommandPath> read = ReadPaths("add.paths");
-    std::vector<Step> steps(read[0].steps.begin(), read[0].steps.end() - 3);
-    AddHundredAndOneDirectories(steps);
-    steps.push_back({"confirm_add_schscan:", "y"});
-    std::string scan = "Scan1 u0 f0 d0 b0 10:20:30 r2 p0/0/0 o1 a0 [";
-    for (int i = 0; i < 100; ++i) scan += (i == 0 ? "n" : " n") + std::to_string(i);
-    read.push_back({"the hundred and first directory is dropped", read[0].command, 0, steps,
-                    "schscan_msg_scanadded_success.\n", scan + "]"});
-    return read;
-  }();
-  return paths;
-}
-
-const std::vector<CommandPath>& ModifyPaths() {
-  static const std::vector<CommandPath> paths = [] {
-    std::vector<CommandPath> read = ReadPaths("modify.paths");
-    std::vector<Step> steps(read[0].steps.begin(), read[0].steps.end() - 2);
-    for (int i = 0; i < 100; ++i) steps.push_back({"deletescanitem:", "n"});
-    steps.push_back({"confirm_addmore_dir:", "y"});
-    steps.push_back({"enter_dir:", ScanDir("extra")});
-    steps.push_back({"valid_scan_items.\nschscan_msg_presskey.", ""});
-    read.push_back({"a full list refuses one more directory", read[0].command, 0, steps,
-                    "schscan_msg_scanmodified_success.\n", "", "", Seeds().at("hundred directories")});
-    return read;
-  }();
-  return paths;
-}
-
-const std::vector<CommandPath>& ViewPaths() {
-  static const std::vector<CommandPath> paths = ReadPaths("view.paths");
-  return paths;
-}
-
-const std::vector<CommandPath>& DeletePaths() {
-  static const std::vector<CommandPath> paths = ReadPaths("delete.paths");
-  return paths;
-}
-
-const std::vector<CommandPath>& ViewReportsPaths() {
-  static const std::vector<CommandPath> paths = ReadPaths("reports.paths");
-  return paths;
-}
-
-const std::vector<CommandPath>& DeleteReportsPaths() {
-  static const std::vector<CommandPath> paths = ReadPaths("delreports.paths");
-  return paths;
+void SeedFor(const CommandPath& path) {
+  SeedScansAndReports();
+  for (const std::string& line : path.seed) ApplySeed(line);
 }
 
 std::string PathName(const testing::TestParamInfo<CommandPath>& info) {
@@ -306,8 +210,7 @@ std::string PathName(const testing::TestParamInfo<CommandPath>& info) {
 void ExpectPath(const CommandPath& path) {
   SCOPED_TRACE(path.command + ": " + path.what);
   ResetProduct();
-  SeedScansAndReports();
-  if (path.seed) path.seed();
+  SeedFor(path);
   const std::string store = DumpStore();
   const std::string reports = ReportsState();
 

@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,39 +21,38 @@ struct Step {
 
 inline const std::string kNoAnswer = "\x04";
 
-struct CommandPath;
-void PrintTo(const CommandPath& path, std::ostream* out);
-
 struct CommandPath {
   std::string what;
   std::string command;  // the command word: a command key
   std::uint32_t user = 0;
+  std::vector<std::string> seed;  // changes to the standard seed, applied in order
   std::vector<Step> steps;
-  std::string after;    // exactly what is printed after the last answer
+  std::string after;   // exactly what is printed after the last answer
+  std::string errors;  // exactly what goes to standard error
   // The outcome; when both are empty, the store and the index are unchanged.
   std::string scan;     // Describe of the stored scan this names ("NAME none": no such scan)
   std::string reports;  // ReportsState after the run
-  std::function<void()> seed = {};  // changes to the standard seed, if any
-  std::string errors = {};          // exactly what goes to standard error
 };
+
+inline const char* const kPathTables[] = {"add.paths",    "view.paths",    "modify.paths",
+                                          "delete.paths", "reports.paths", "delreports.paths"};
+
+// The paths of one table of testing/paths/, read once.
+const std::vector<CommandPath>& PathsOf(const std::string& table);
 
 // The answers of `steps`, a line each, up to the first kNoAnswer.
 std::string InputOf(const std::vector<Step>& steps);
 
-const std::vector<CommandPath>& AddPaths();
-const std::vector<CommandPath>& ModifyPaths();
-const std::vector<CommandPath>& ViewPaths();
-const std::vector<CommandPath>& DeletePaths();
-const std::vector<CommandPath>& ViewReportsPaths();
-const std::vector<CommandPath>& DeleteReportsPaths();
+// Seeds the product directory as the path starts from: the standard seed
+// (SeedScansAndReports), then the path's own changes.
+void SeedFor(const CommandPath& path);
 
-// Seeds (ResetProduct, SeedScansAndReports, the path's own seed), runs
-// `path` in-process and checks every prompt, what follows the
-// last answer, and the outcome (GoogleTest expectations).
+// Seeds (after ResetProduct), runs `path` in-process and checks every
+// prompt, what follows the last answer, and the outcome (GoogleTest
+// expectations).
 void ExpectPath(const CommandPath& path);
 
-// A test per path: TEST_P(Suite, Path) { ExpectPath(GetParam()); }, then
-// INSTANTIATE_TEST_SUITE_P(Paths, Suite, testing::ValuesIn(table), PathName).
+// For TEST_P over a table: its cases are named after what each path does.
 using PathTest = testing::TestWithParam<CommandPath>;
 inline void PrintTo(const CommandPath& path, std::ostream* out) { *out << path.what; }
 std::string PathName(const testing::TestParamInfo<CommandPath>& info);

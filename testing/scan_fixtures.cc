@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <sstream>
 #include <stdexcept>
 
 #include "reports/report_index.h"
@@ -152,21 +153,39 @@ std::string DumpStore() {
   return dump;
 }
 
+tagSCHEDULE_SCAN_ENTRY ScanFrom(const std::string& description) {
+  const std::size_t space = description.find(' ');
+  const std::size_t open = description.find('[');
+  int f[13] = {};
+  if (space == std::string::npos || open == std::string::npos || description.back() != ']' ||
+      std::sscanf(description.c_str() + space, " u%d f%d d%d b%d %d:%d:%d r%d p%d/%d/%d o%d a%d",
+                  &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10],
+                  &f[11], &f[12]) != 13)
+    Abort("not a scan's description: " + description);
+  std::vector<std::string> paths;
+  std::istringstream names(description.substr(open + 1, description.size() - open - 2));
+  for (std::string name; names >> name;) paths.push_back(name[0] == '/' ? name : ScanDir(name));
+  tagSCHEDULE_SCAN_ENTRY scan = MakeScan(description.substr(0, space), 0, paths);
+  scan.dwUserId = static_cast<std::uint32_t>(f[0]);
+  scan.byFrequency = f[1];
+  scan.byWeekDay = f[2];
+  scan.bFirstBootScan = f[3];
+  scan.nHour = f[4];
+  scan.nMinute = f[5];
+  scan.nSecond = f[6];
+  scan.nRecurEvery = f[7];
+  scan.bRepeatScan = f[8];
+  scan.nRepeatInterval = f[9];
+  scan.byRepeatUnit = f[10];
+  scan.byScanOptions = f[11];
+  scan.nScanAction = f[12];
+  return scan;
+}
+
 void SeedScansAndReports() {
-  StoreScan(MakeScan("Daily15charName", 0));
-  tagSCHEDULE_SCAN_ENTRY weekly = MakeScan("Weekly16charName", 1, {ScanDir("a"), ScanDir("b")});
-  weekly.byFrequency = FREQ_WEEKLY;
-  weekly.byWeekDay = 3;
-  weekly.nRecurEvery = 4;
-  weekly.bRepeatScan = 0;
-  weekly.byScanOptions = 0;
-  weekly.nScanAction = ACTION_REPAIR_DELETE;
-  StoreScan(weekly);
-  tagSCHEDULE_SCAN_ENTRY boot = MakeScan("Boot", 4242);
-  boot.bFirstBootScan = 1;
-  boot.byScanOptions = 0x0f;
-  boot.nScanAction = ACTION_DELETE;
-  StoreScan(boot);
+  StoreScan(ScanFrom("Daily15charName u0 f0 d0 b0 10:20:30 r2 p1/3/0 o1 a0 [a]"));
+  StoreScan(ScanFrom("Weekly16charName u1 f1 d3 b0 10:20:30 r4 p0/3/0 o0 a1 [a b]"));
+  StoreScan(ScanFrom("Boot u4242 f0 d0 b1 10:20:30 r2 p1/3/0 o15 a2 [a]"));
   const char* names[] = {"Daily15charName", "Weekly16charName", "Daily15charName"};
   for (int i = 1; i <= 3; ++i) {
     AddNamedReport("schd000" + std::to_string(i) + ".rpt", names[i - 1], "d" + std::to_string(i),

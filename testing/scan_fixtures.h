@@ -44,15 +44,18 @@ void SetStoredColumn(const std::string& name, const char* column, int value);
 std::string QueryStore(const std::string& taskList, const char* sql);
 
 // Every field of a record on one line, directories shown by their ScanDir
-// name, e.g. "Scan1 u0 f0 d0 b0 10:20:30 r2 p1/3/0 o1 a0 [a]".
+// name, e.g. "Scan1 u0 f0 d0 b0 10:20:30 r2 p1/3/0 o1 a0 [a]": the owner,
+// frequency, weekday, first boot, time, recurrence, repeat (flag, interval,
+// unit), options and action.
 std::string Describe(const tagSCHEDULE_SCAN_ENTRY& scan);
+// The record that `description` describes (the inverse of Describe).
+tagSCHEDULE_SCAN_ENTRY ScanFrom(const std::string& description);
 // Describe of the product store's scan of that name, or "NAME none".
 std::string DescribeStored(const std::string& name);
 // Describe of every stored scan, a line each.
 std::string DumpStore();
 
-// The standard seed of the command paths and the fuzz targets: three scans
-// and three reports.
+// The standard seed of the command paths: three scans and three reports.
 //   Daily15charName  root's MakeScan
 //   Weekly16charName user 1's, weekly on Tuesday every 4 weeks, not
 //                    repeated, no options, repair or delete, directories a b

@@ -26,12 +26,10 @@ using namespace testing_support;
 TEST(EveryPrompt, EndOfInputAndCtrlCEndTheCommandAndChangeNothing) {
   std::set<std::string> tried;  // command, user, previous prompt and prompt
   int prompts = 0;
-  for (const auto* table : {&AddPaths(), &ModifyPaths(), &ViewPaths(), &DeletePaths(),
-                            &ViewReportsPaths(), &DeleteReportsPaths()}) {
-    for (const CommandPath& path : *table) {
+  for (const char* table : kPathTables) {
+    for (const CommandPath& path : PathsOf(table)) {
       harness::ResetProductDir(false);
-      SeedScansAndReports();
-      if (path.seed) path.seed();
+      SeedFor(path);
       const std::string store = DumpStore();
       const std::string reports = ReportsState();
       for (std::size_t i = 0; i < path.steps.size(); ++i) {
