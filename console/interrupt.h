@@ -2,9 +2,9 @@
 // break (the catalogue text of "\n") and exit status 0, with everything
 // printed before intact and in order.
 //
-// Programs that run commands inside their own process (the command tests and
-// the fuzz targets) link testing/in_process.cc in place of interrupt.cc: there
-// the end of standard input ends the one command, not the process.
+// The command tests, which run commands inside their own process, link
+// testing/in_process.cc in place of interrupt.cc: there the end of standard
+// input ends the one command, not the process.
 #pragma once
 
 // The SIGINT handler. Async-signal-safe: while the tool waits for input

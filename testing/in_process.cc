@@ -93,6 +93,32 @@ class RedirectedConsole {
   int savedErrors_;
 };
 
+// For the scope, the process runs as user and group `uid` without
+// supplementary groups; nothing happens for uid 0 or unless the process runs
+// as the super-user.
+class UserScope {
+ public:
+  explicit UserScope(std::uint32_t uid) {
+    if (uid == 0 || geteuid() != 0) return;
+    groups_.resize(static_cast<std::size_t>(std::max(getgroups(0, nullptr), 0)));
+    if (getgroups(static_cast<int>(groups_.size()), groups_.data()) < 0 ||
+        setgroups(0, nullptr) != 0 || setresgid(uid, uid, 0) != 0 || setresuid(uid, uid, 0) != 0)
+      Die("taking on a user's ids");
+    switched_ = true;
+  }
+  ~UserScope() {
+    if (switched_ && (setresuid(0, 0, 0) != 0 || setresgid(0, 0, 0) != 0 ||
+                      setgroups(groups_.size(), groups_.data()) != 0))
+      Die("taking back the super-user's ids");
+  }
+  UserScope(const UserScope&) = delete;
+  UserScope& operator=(const UserScope&) = delete;
+
+ private:
+  std::vector<gid_t> groups_;
+  bool switched_ = false;
+};
+
 }  // namespace
 
 // ---- in place of console/interrupt.cc ----
@@ -120,7 +146,7 @@ void EndWaitForOthers() {}
 namespace testing_support {
 
 InProcessRun RunInProcess(const std::vector<std::string>& args, std::string_view input,
-                          std::uint32_t user, bool keepOutput) {
+                          std::uint32_t user) {
   static const int inputFile = MemoryFile("schscan-stdin");
   static const int outputFile = MemoryFile("schscan-stdout");
   static const int errorFile = MemoryFile("schscan-stderr");
@@ -144,26 +170,9 @@ InProcessRun RunInProcess(const std::vector<std::string>& args, std::string_view
     }
     g_reads = nullptr;
   }
-  if (keepOutput) {
-    run.output = Contents(outputFile);
-    run.errors = Contents(errorFile);
-  }
+  run.output = Contents(outputFile);
+  run.errors = Contents(errorFile);
   return run;
-}
-
-UserScope::UserScope(std::uint32_t uid) {
-  if (uid == 0 || geteuid() != 0) return;
-  groups_.resize(static_cast<std::size_t>(std::max(getgroups(0, nullptr), 0)));
-  if (getgroups(static_cast<int>(groups_.size()), groups_.data()) < 0 ||
-      setgroups(0, nullptr) != 0 || setresgid(uid, uid, 0) != 0 || setresuid(uid, uid, 0) != 0)
-    Die("taking on a user's ids");
-  switched_ = true;
-}
-
-UserScope::~UserScope() {
-  if (switched_ && (setresuid(0, 0, 0) != 0 || setresgid(0, 0, 0) != 0 ||
-                    setgroups(groups_.size(), groups_.data()) != 0))
-    Die("taking back the super-user's ids");
 }
 
 }  // namespace testing_support

@@ -1,12 +1,10 @@
-// Runs the tool's entry inside the calling process, for the command tests and
-// the fuzz targets: standard input is an in-memory file holding the given
-// bytes, standard output an in-memory file that is read back. This file's
-// source stands in for console/interrupt.cc at link time: the end of standard
-// input ends the running command (an exception), not the process, and no
-// SIGINT handler is installed.
+// Runs the tool's entry inside the calling process, for the command tests:
+// standard input is an in-memory file holding the given bytes, standard
+// output an in-memory file that is read back. This file's source stands in
+// for console/interrupt.cc at link time: the end of standard input ends the
+// running command (an exception), not the process, and no SIGINT handler is
+// installed.
 #pragma once
-
-#include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -25,25 +23,11 @@ struct InProcessRun {
 };
 
 // Runs the tool with the command-line arguments `args` (after the program
-// name), `input` as standard input, as `user` (see UserScope). Standard
-// output is kept unless `keepOutput` is false (the fuzz targets).
+// name) and `input` as standard input, as user and group `user` without
+// supplementary groups when the process runs as the super-user (as
+// `setpriv --reuid --regid --clear-groups` would run it; the saved ids stay
+// the super-user's, who takes them back after the run).
 InProcessRun RunInProcess(const std::vector<std::string>& args, std::string_view input,
-                          std::uint32_t user = 0, bool keepOutput = true);
-
-// For the scope, the process runs as user and group `uid` without
-// supplementary groups, as `setpriv --reuid --regid --clear-groups` would run
-// a program; the saved ids stay the super-user's, who takes them back at the
-// end. Does nothing for uid 0 or unless the process runs as the super-user.
-class UserScope {
- public:
-  explicit UserScope(std::uint32_t uid);
-  UserScope(const UserScope&) = delete;
-  UserScope& operator=(const UserScope&) = delete;
-  ~UserScope();
-
- private:
-  std::vector<gid_t> groups_;
-  bool switched_ = false;
-};
+                          std::uint32_t user = 0);
 
 }  // namespace testing_support
