@@ -1,10 +1,6 @@
 // Ctrl-C and the end of standard input both end the running command: a line
 // break (the catalogue text of "\n") and exit status 0, with everything
 // printed before intact and in order.
-//
-// The command tests, which run commands inside their own process, link
-// testing/in_process.cc in place of interrupt.cc: there the end of standard
-// input ends the one command, not the process.
 #pragma once
 
 // The SIGINT handler. Async-signal-safe: while the tool waits for input

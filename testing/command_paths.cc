@@ -1,6 +1,5 @@
 #include "testing/command_paths.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -15,7 +14,6 @@
 #include "product_paths.h"
 #include "reports/report_index.h"
 #include "taskstore/task_store.h"
-#include "testing/in_process.h"
 #include "testing/lock_free_appender.h"
 #include "testing/scan_fixtures.h"
 
@@ -185,15 +183,6 @@ const std::vector<CommandPath>& PathsOf(const std::string& table) {
   return tables[table];
 }
 
-std::string InputOf(const std::vector<Step>& steps) {
-  std::string input;
-  for (const Step& step : steps) {
-    if (step.answer == kNoAnswer) break;
-    input += step.answer + "\n";
-  }
-  return input;
-}
-
 void SeedFor(const CommandPath& path) {
   SeedScansAndReports();
   for (const std::string& line : path.seed) ApplySeed(line);
@@ -205,38 +194,6 @@ std::string PathName(const testing::TestParamInfo<CommandPath>& info) {
     if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
   }
   return name;
-}
-
-void ExpectPath(const CommandPath& path) {
-  SCOPED_TRACE(path.command + ": " + path.what);
-  ResetProduct();
-  SeedFor(path);
-  const std::string store = DumpStore();
-  const std::string reports = ReportsState();
-
-  const InProcessRun run = RunInProcess({path.command}, InputOf(path.steps), path.user);
-  const bool endsWithoutAnswer = !path.steps.empty() && path.steps.back().answer == kNoAnswer;
-  ASSERT_EQ(run.endedByEndOfInput, endsWithoutAnswer) << run.output;
-  ASSERT_EQ(run.reads.size(), path.steps.size()) << run.output;
-  for (std::size_t i = 0; i < path.steps.size(); ++i) {
-    const std::string before = run.output.substr(0, run.reads[i]);
-    EXPECT_TRUE(before.ends_with(path.steps[i].prompt))
-        << "step " << i << " expected \"" << path.steps[i].prompt << "\", got: "
-        << before.substr(before.size() - std::min<std::size_t>(before.size(), 300));
-  }
-  // What follows the last answer, or the banner when nothing was asked.
-  const std::size_t last =
-      path.steps.empty() ? run.output.find("footer\n\n") + 8 : run.reads.back();
-  EXPECT_EQ(run.output.substr(std::min(last, run.output.size())),
-            endsWithoutAnswer ? "\n" : path.after);
-  EXPECT_EQ(run.errors, path.errors);
-  if (!path.scan.empty()) {
-    EXPECT_EQ(DescribeStored(path.scan.substr(0, path.scan.find(' '))), path.scan);
-  } else if (path.reports.empty()) {
-    EXPECT_EQ(DumpStore(), store);
-  }
-  EXPECT_EQ(ReportsState(), path.reports.empty() ? reports : path.reports);
-  EXPECT_EQ(run.exitStatus, 0);
 }
 
 }  // namespace testing_support

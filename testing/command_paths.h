@@ -1,7 +1,7 @@
 // Paths through the six commands, one table per command in testing/paths/
 // (its README gives the format): the prompts a user meets in order, the
-// answer typed at each, and what the run leaves behind. The command tests run
-// every path in-process and check each prompt and the outcome; the interrupt
+// answer typed at each, and what the run leaves behind. The command path
+// test runs every path and checks each prompt and the outcome; the interrupt
 // test ends every path at every prompt, by the end of input and by Ctrl-C.
 // The tool runs without the catalogue, so every text is its key.
 #pragma once
@@ -16,10 +16,11 @@ namespace testing_support {
 
 struct Step {
   std::string prompt;  // how the output ends when the tool waits for the answer
-  std::string answer;  // typed, with a line feed; kNoAnswer: the input ends there
+  std::string answer;  // typed, with a line feed, or one of the two keys below
 };
 
-inline const std::string kNoAnswer = "\x04";
+inline const std::string kNoAnswer = "\x04";   // Ctrl-D: the input ends there
+inline const std::string kInterrupt = "\x03";  // Ctrl-C: SIGINT there
 
 struct CommandPath {
   std::string what;
@@ -40,17 +41,9 @@ inline const char* const kPathTables[] = {"add.paths",    "view.paths",    "modi
 // The paths of one table of testing/paths/, read once.
 const std::vector<CommandPath>& PathsOf(const std::string& table);
 
-// The answers of `steps`, a line each, up to the first kNoAnswer.
-std::string InputOf(const std::vector<Step>& steps);
-
 // Seeds the product directory as the path starts from: the standard seed
 // (SeedScansAndReports), then the path's own changes.
 void SeedFor(const CommandPath& path);
-
-// Seeds (after ResetProduct), runs `path` in-process and checks every
-// prompt, what follows the last answer, and the outcome (GoogleTest
-// expectations).
-void ExpectPath(const CommandPath& path);
 
 // For TEST_P over a table: its cases are named after what each path does.
 using PathTest = testing::TestWithParam<CommandPath>;

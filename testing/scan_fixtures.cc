@@ -203,7 +203,8 @@ std::string ReportsState() {
   std::vector<std::string> files;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(kProductDir)) {
     const std::string name = entry.path().lexically_relative(kProductDir);
-    if (!entry.is_directory() && !name.starts_with("tsklst.inf") && name != "reports/schdmain.rpt")
+    if (!entry.is_directory() && !name.starts_with("tsklst.inf") && name != "tskvault.so" &&
+        name != "reports/schdmain.rpt")
       files.push_back(name);
   }
   std::sort(files.begin(), files.end());

@@ -65,7 +65,7 @@ std::string DumpStore();
 // d3 (Daily15charName, root's) in files schd0001.rpt to schd0003.rpt.
 void SeedScansAndReports();
 // The date and time of every index entry in order, ";", then every file of
-// the product directory besides the store and the index, e.g.
+// the product directory besides the store, its library and the index, e.g.
 // "d1 d3; reports/schd0001.rpt reports/schd0003.rpt".
 std::string ReportsState();
 

@@ -40,36 +40,18 @@ std::string Substitute(std::string text, bool back) {
 
 void Seed() {
   harness::ResetProductDir(true);
-  testing_support::ScanDir("b");
-  tagSCHEDULE_SCAN_ENTRY nightly = testing_support::MakeScan("Nightly", 0);
-  nightly.nHour = 2;
-  nightly.nMinute = 30;
-  nightly.nSecond = 0;
-  nightly.nRecurEvery = 1;
-  nightly.bRepeatScan = 0;
-  nightly.byScanOptions = SCAN_OPT_ARCHIVE | SCAN_OPT_PACKED;
-  nightly.nScanAction = ACTION_REPORT_ONLY;
-  testing_support::StoreScan(nightly);
-  tagSCHEDULE_SCAN_ENTRY weekly = testing_support::MakeScan("Weekly16charName", 1);
-  weekly.byFrequency = FREQ_WEEKLY;
-  weekly.byWeekDay = 2;
-  weekly.byRepeatUnit = REPEAT_UNIT_MINUTES;
-  weekly.nRepeatInterval = 90;
-  weekly.byScanOptions = SCAN_OPT_SPYWARE;
-  weekly.nScanAction = ACTION_REPAIR_DELETE;
-  testing_support::SetDirectories(weekly, {testing_support::ScanDir("a"), testing_support::ScanDir("b")});
-  testing_support::StoreScan(weekly);
-  tagSCHEDULE_SCAN_ENTRY boot = testing_support::MakeScan("Boot", 0);
-  boot.bFirstBootScan = 1;
-  boot.byScanOptions = 0x0f;
-  boot.nScanAction = ACTION_DELETE;
-  testing_support::StoreScan(boot);
+  testing_support::StoreScan(
+      testing_support::ScanFrom("Nightly u0 f0 d0 b0 02:30:00 r1 p0/3/0 o9 a3 [a]"));
+  testing_support::StoreScan(
+      testing_support::ScanFrom("Weekly16charName u1 f1 d2 b0 10:20:30 r2 p1/90/1 o2 a1 [a b]"));
+  testing_support::StoreScan(
+      testing_support::ScanFrom("Boot u0 f0 d0 b1 10:20:30 r2 p1/3/0 o15 a2 [a]"));
   testing_support::AddNamedReport("schd0001.rpt", "Nightly", "2026-11-20 02:30:00", 0,
-                               "Report of Nightly, 20 November\n");
+                                  "Report of Nightly, 20 November\n");
   testing_support::AddNamedReport("schd0002.rpt", "Weekly16charName", "2026-11-16 10:20:30", 1,
-                               "Report of Weekly16charName\n");
+                                  "Report of Weekly16charName\n");
   testing_support::AddNamedReport("schd0003.rpt", "Nightly", "2026-11-21 02:30:00", 0,
-                               "Report of Nightly, 21 November\n");
+                                  "Report of Nightly, 21 November\n");
 }
 
 TEST(Golden, EachCommandPrintsItsTranscript) {
@@ -82,7 +64,7 @@ TEST(Golden, EachCommandPrintsItsTranscript) {
     options.args = {std::string("--") + command};
     options.input = Substitute(harness::ReadFile(base + ".in"), false);
     // The language is fixed, whatever the environment asks for.
-    options.extraEnvironment = {"LANGUAGE=fr:de", "LANG=de_DE.UTF-8", "LC_ALL=C",
+    options.environment = {"LANGUAGE=fr:de", "LANG=de_DE.UTF-8", "LC_ALL=C",
                                 "LC_MESSAGES=fr_FR.UTF-8"};
     const harness::RunResult run = harness::RunTool(options);
     EXPECT_EQ(run.exitStatus, 0);

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -40,9 +39,11 @@ long long NowMicroseconds() {
   return now.tv_sec * 1000000LL + now.tv_nsec / 1000;
 }
 
-bool EndsWith(const std::string& text, const std::string& suffix) {
-  return text.size() >= suffix.size() &&
-         text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+std::vector<char*> Pointers(std::vector<std::string>& strings) {
+  std::vector<char*> pointers;
+  for (std::string& s : strings) pointers.push_back(s.data());
+  pointers.push_back(nullptr);
+  return pointers;
 }
 
 }  // namespace
@@ -73,11 +74,12 @@ void ResetProductDir(bool withCatalogue) {
 }
 
 RunResult RunTool(const RunOptions& options) {
-  int inputPipe[2];
-  int outputPipe[2];
-  Check(pipe2(inputPipe, O_CLOEXEC) == 0, "pipe");
-  Check(pipe2(outputPipe, O_CLOEXEC) == 0, "pipe");
-
+  int input[2];
+  int output[2];
+  int errors[2];
+  Check(pipe2(input, O_CLOEXEC) == 0 && pipe2(output, O_CLOEXEC) == 0 &&
+            pipe2(errors, O_CLOEXEC) == 0,
+        "pipe");
   std::vector<std::string> argv;
   if (options.user) {
     const std::string id = std::to_string(*options.user);
@@ -85,21 +87,17 @@ RunResult RunTool(const RunOptions& options) {
   }
   argv.push_back(options.program.empty() ? ToolPath() : options.program);
   argv.insert(argv.end(), options.args.begin(), options.args.end());
-  std::vector<char*> argvPointers;
-  for (std::string& a : argv) argvPointers.push_back(a.data());
-  argvPointers.push_back(nullptr);
   std::vector<std::string> environment = {"PATH=/usr/bin:/bin", "LANG=C.UTF-8"};
-  environment.insert(environment.end(), options.extraEnvironment.begin(),
-                     options.extraEnvironment.end());
-  std::vector<char*> environmentPointers;
-  for (std::string& e : environment) environmentPointers.push_back(e.data());
-  environmentPointers.push_back(nullptr);
+  environment.insert(environment.end(), options.environment.begin(), options.environment.end());
+  std::vector<char*> argvPointers = Pointers(argv);
+  std::vector<char*> environmentPointers = Pointers(environment);
 
   const pid_t pid = fork();
   Check(pid >= 0, "fork");
   if (pid == 0) {
-    dup2(inputPipe[0], STDIN_FILENO);
-    dup2(outputPipe[1], STDOUT_FILENO);
+    dup2(input[0], STDIN_FILENO);
+    dup2(output[1], STDOUT_FILENO);
+    dup2(errors[1], STDERR_FILENO);
     signal(SIGPIPE, SIG_DFL);
     signal(SIGINT, SIG_DFL);
     if (options.fileSizeLimit) {
@@ -110,89 +108,96 @@ RunResult RunTool(const RunOptions& options) {
     execve(argvPointers[0], argvPointers.data(), environmentPointers.data());
     _exit(127);
   }
-  close(inputPipe[0]);
-  close(outputPipe[1]);
-  int inputFd = inputPipe[1];
-  const int outputFd = outputPipe[0];
-  fcntl(inputFd, F_SETFL, O_NONBLOCK);
+  close(input[0]);
+  close(output[1]);
+  close(errors[1]);
+  fcntl(input[1], F_SETFL, O_NONBLOCK);
   signal(SIGPIPE, SIG_IGN);
 
   RunResult result;
-  std::size_t inputSent = 0;
-  bool interruptSent = false;
-  bool inputHeld = !options.holdInputUntil.empty();
-  bool killSent = false;
+  std::string* const streams[] = {&result.output, &result.errors};
+  pollfd fds[3] = {{output[0], POLLIN, 0}, {errors[0], POLLIN, 0}, {input[1], POLLOUT, 0}};
+  std::string unsent = options.steps.empty() ? options.input : "";
+  bool endInput = options.steps.empty();  // once `unsent` is sent
+  std::size_t step = 0;
   const long long started = NowMicroseconds();
   const long long deadline = started + options.timeoutMilliseconds * 1000LL;
-  const long long killAt =
-      options.killAfterMicroseconds ? started + *options.killAfterMicroseconds : deadline;
-  for (;;) {
-    if (inputFd >= 0 && inputSent == options.input.size() && options.interruptAfter.empty()) {
-      close(inputFd);  // end of input
-      inputFd = -1;
+  long long killAt =
+      std::min(deadline, started + options.killAfterMicroseconds.value_or(deadline - started));
+  while (fds[0].fd >= 0 || fds[1].fd >= 0) {
+    // The steps whose prompts are out, in turn.
+    for (; step < options.steps.size() && !endInput; ++step) {
+      const Step& next = options.steps[step];
+      const std::size_t since = result.answeredAt.empty() ? 0 : result.answeredAt.back();
+      if ((!next.prompt.empty() &&
+           (result.output.size() == since || !result.output.ends_with(next.prompt))) ||
+          (next.answer == testing_support::kInterrupt && !unsent.empty()))
+        break;
+      result.answeredAt.push_back(result.output.size());
+      if (next.answer == testing_support::kInterrupt) {
+        // The output is flushed before each read, so a complete prompt means
+        // the tool is at, or about to reach, its read.
+        usleep(20000);
+        kill(pid, SIGINT);
+      } else {
+        endInput = next.answer == testing_support::kNoAnswer;
+        if (!endInput) unsent += next.answer + "\n";
+      }
+      endInput = endInput || (step + 1 == options.steps.size() &&
+                              next.answer != testing_support::kInterrupt);
     }
-    pollfd fds[2] = {{outputFd, POLLIN, 0}, {inputFd, POLLOUT, 0}};
+    if (fds[2].fd >= 0 && unsent.empty() && endInput) {
+      close(fds[2].fd);
+      fds[2].fd = -1;
+    }
     const long long now = NowMicroseconds();
-    if (now >= killAt && !killSent && killAt < deadline) {
-      kill(pid, SIGKILL);  // not waited for yet, so the id is still the tool's
-      killSent = true;
-    }
     if (now >= deadline) {
       result.timedOut = true;
       kill(pid, SIGKILL);
       break;
     }
-    const long long waitFor = (killSent ? deadline : std::min(killAt, deadline)) - now;
+    if (now >= killAt) {
+      kill(pid, SIGKILL);  // not waited for yet, so the id is still the tool's
+      killAt = deadline;
+    }
+    const long long waitFor = killAt - now;
     const timespec timeout = {static_cast<time_t>(waitFor / 1000000),
                               static_cast<long>(waitFor % 1000000) * 1000};
-    const bool wantWrite = inputFd >= 0 && inputSent < options.input.size() && !inputHeld;
-    if (ppoll(fds, wantWrite ? 2 : 1, &timeout, nullptr) < 0) {
-      if (errno == EINTR) continue;
-      Check(false, "poll");
+    fds[2].events = unsent.empty() ? 0 : POLLOUT;
+    if (ppoll(fds, 3, &timeout, nullptr) < 0) {
+      Check(errno == EINTR, "poll");
+      continue;
     }
-    if (wantWrite && (fds[1].revents & (POLLOUT | POLLERR))) {
-      const ssize_t n = write(inputFd, options.input.data() + inputSent,
-                              options.input.size() - inputSent);
+    if (fds[2].revents & (POLLOUT | POLLERR)) {
+      const ssize_t n = write(fds[2].fd, unsent.data(), unsent.size());
       if (n > 0) {
-        inputSent += static_cast<std::size_t>(n);
+        unsent.erase(0, static_cast<std::size_t>(n));
       } else if (n < 0 && errno != EAGAIN) {
-        close(inputFd);  // the tool stopped reading
-        inputFd = -1;
+        unsent.clear();  // the tool stopped reading
+        endInput = true;
       }
     }
-    if (fds[0].revents & (POLLIN | POLLHUP)) {
+    for (int i = 0; i < 2; ++i) {
+      if ((fds[i].revents & (POLLIN | POLLHUP)) == 0) continue;
       char buffer[65536];
-      const ssize_t n = read(outputFd, buffer, sizeof buffer);
-      if (n <= 0) break;
-      result.output.append(buffer, static_cast<std::size_t>(n));
-      if (options.watchOutput) options.watchOutput(pid, result.output);
-      if (inputHeld) inputHeld = !EndsWith(result.output, options.holdInputUntil);
-      if (!interruptSent && !options.interruptAfter.empty() &&
-          EndsWith(result.output, options.interruptAfter)) {
-        // Standard output of the tool is flushed before it waits for input,
-        // so the prompt being complete means the tool is at (or about to
-        // reach) its read.
-        usleep(20000);
-        kill(pid, SIGINT);
-        interruptSent = true;
+      const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
+      if (n <= 0) {
+        close(fds[i].fd);
+        fds[i].fd = -1;
+        continue;
       }
+      streams[i]->append(buffer, static_cast<std::size_t>(n));
+      if (i == 0 && options.watchOutput) options.watchOutput(pid, result.output);
     }
   }
-  if (inputFd >= 0) close(inputFd);
-  close(outputFd);
+  for (const pollfd& fd : fds) {
+    if (fd.fd >= 0) close(fd.fd);
+  }
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
   if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
-  result.killed = !result.timedOut && WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
   return result;
-}
-
-RunResult RunTool(std::vector<std::string> args, std::string input) {
-  RunOptions options;
-  options.args = std::move(args);
-  options.input = std::move(input);
-  return RunTool(options);
 }
 
 std::string ReadFile(const std::string& path) {
@@ -203,10 +208,7 @@ std::string ReadFile(const std::string& path) {
 }
 
 void WriteFile(const std::string& path, const std::string& contents, mode_t mode) {
-  {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << contents;
-  }
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << contents;
   Check(chmod(path.c_str(), mode) == 0, "chmod " + path);
 }
 

@@ -41,16 +41,18 @@ TEST(EveryPrompt, EndOfInputAndCtrlCEndTheCommandAndChangeNothing) {
         SCOPED_TRACE(path.command + ", " + path.what + ", at: " + prompt);
         harness::RunOptions options;
         options.args = {path.command};
-        options.input = InputOf({path.steps.begin(), path.steps.begin() + i});
+        options.steps.assign(path.steps.begin(), path.steps.begin() + static_cast<long>(i));
+        options.steps.push_back({prompt, kNoAnswer});
         if (path.user != 0) options.user = path.user;
         options.timeoutMilliseconds = 2000;
         const harness::RunResult ended = harness::RunTool(options);
-        EXPECT_EQ(ended.exitStatus, 0);
-        ASSERT_TRUE(ended.output.ends_with(prompt + "\n")) << ended.output;
-        // The same prompt, found by the whole output: earlier ones may look alike.
-        options.interruptAfter = ended.output.substr(0, ended.output.size() - 1);
+        options.steps.back().answer = kInterrupt;
         const harness::RunResult interrupted = harness::RunTool(options);
-        EXPECT_EQ(interrupted.exitStatus, 0);
+        for (const harness::RunResult& run : {ended, interrupted}) {
+          EXPECT_EQ(run.exitStatus, 0);
+          ASSERT_EQ(run.answeredAt.size(), i + 1) << run.output;
+        }
+        EXPECT_TRUE(ended.output.ends_with(prompt + "\n")) << ended.output;
         EXPECT_EQ(interrupted.output, ended.output);
         EXPECT_EQ(DumpStore(), store);
         const std::string now = ReportsState();
@@ -77,21 +79,19 @@ TEST(EveryWait, CtrlCEndsTheCommandAtOnce) {
   ASSERT_EQ(sqlite3_exec(store, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
   const struct {
     const char* command;
-    std::string input;
-    std::string lastPrompt;
-  } waits[] = {{"schscan_args_delrpt", "3\n", "cli_usrInput_menuNumber"},
-               {"schscan_str_args_delete", "Boot\n", "schscan_msg_enterscanname"}};
+    Step lastStep;
+  } waits[] = {{"schscan_args_delrpt", {"cli_usrInput_menuNumber", "3"}},
+               {"schscan_str_args_delete", {"schscan_msg_enterscanname", "Boot"}}};
   for (const auto& wait : waits) {
     SCOPED_TRACE(wait.command);
     harness::RunOptions options;
     options.args = {wait.command};
-    options.input = wait.input;
-    options.interruptAfter = wait.lastPrompt;
+    options.steps = {wait.lastStep, {"", kInterrupt}};
     options.timeoutMilliseconds = 2000;
     const harness::RunResult run = harness::RunTool(options);
     EXPECT_FALSE(run.timedOut);
     EXPECT_EQ(run.exitStatus, 0);
-    EXPECT_TRUE(run.output.ends_with(wait.lastPrompt + "\n")) << run.output;
+    EXPECT_TRUE(run.output.ends_with(wait.lastStep.prompt + "\n")) << run.output;
   }
   sqlite3_close_v2(store);
   close(index);

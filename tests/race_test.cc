@@ -58,11 +58,10 @@ TEST(Races, AnEntryChangedAfterTheTableIsNotShown) {
                                      std::string(kReportsDir) + "/schd0001.rpt", 1);
   harness::RunOptions options;
   options.args = {"schscan_str_args_reports"};
-  options.input = "y\n1\n";
+  options.steps = {{"schscan_confirm_view_report:", "y"}, {"schscan_msg_enter_rptno:", "1"}};
   options.user = 1;
-  options.holdInputUntil = "schscan_confirm_view_report:";
   options.watchOutput = [&](pid_t, const std::string& output) {
-    if (!output.ends_with(options.holdInputUntil)) return;
+    if (!output.ends_with("schscan_confirm_view_report:")) return;
     const int index = open(kReportIndexPath, O_WRONLY);
     EXPECT_EQ(pwrite(index, &other, sizeof other, 19 + 1316), 1316);
     close(index);
