@@ -88,19 +88,4 @@ TEST(ReadYesNo, Answers) {
   }
 }
 
-TEST(ConsoleInput, EndOfInputEndsLikeAnInterrupt) {
-  auto readNumberAtEnd = [] {
-    FeedStandardInput("");
-    std::int32_t value;
-    ReadNumber(&value);
-  };
-  auto readYesNoAtEnd = [] {
-    FeedStandardInput("");
-    char answer;
-    ReadYesNo(&answer, 'Y');
-  };
-  EXPECT_EXIT(readNumberAtEnd(), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(readYesNoAtEnd(), testing::ExitedWithCode(0), "");
-}
-
 }  // namespace

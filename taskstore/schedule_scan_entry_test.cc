@@ -16,16 +16,6 @@ TEST(ScheduleScanEntry, PreparedRecordIsZeroAndEmpty) {
   EXPECT_EQ(entry.vecScanItems.size(), 0u);
 }
 
-TEST(ScheduleScanEntry, RecordsInAListLieBackToBack) {
-  ScheduleScanList list(3);
-  EXPECT_EQ(reinterpret_cast<const unsigned char*>(&list[1]) -
-                reinterpret_cast<const unsigned char*>(&list[0]),
-            325);
-  EXPECT_EQ(reinterpret_cast<const unsigned char*>(&list[2]) -
-                reinterpret_cast<const unsigned char*>(&list[0]),
-            650);
-}
-
 std::string Paths(const ScanItemList& list) {
   std::string joined;
   for (std::size_t i = 0; i < list.size(); ++i) joined += std::string(list.PathAt(i)) + ";";
