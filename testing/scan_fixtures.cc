@@ -55,13 +55,9 @@ tagSCHEDULE_SCAN_ENTRY MakeScan(const std::string& name, std::uint32_t owner,
   scan.byRepeatUnit = REPEAT_UNIT_HOURS;
   scan.byScanOptions = SCAN_OPT_ARCHIVE;
   scan.nScanAction = ACTION_REPAIR_ONLY;
-  SetDirectories(scan, paths.empty() ? std::vector<std::string>{ScanDir("a")} : paths);
+  for (const std::string& path : paths.empty() ? std::vector<std::string>{ScanDir("a")} : paths)
+    scan.vecScanItems.AppendPath(path.c_str());
   return scan;
-}
-
-void SetDirectories(tagSCHEDULE_SCAN_ENTRY& scan, const std::vector<std::string>& paths) {
-  scan.vecScanItems.Clear();
-  for (const std::string& path : paths) scan.vecScanItems.AppendPath(path.c_str());
 }
 
 std::string ScanDir(const std::string& name) {

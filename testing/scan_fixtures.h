@@ -24,7 +24,6 @@ void ResetProduct();
 // none are given).
 tagSCHEDULE_SCAN_ENTRY MakeScan(const std::string& name, std::uint32_t owner = 0,
                                 const std::vector<std::string>& paths = {});
-void SetDirectories(tagSCHEDULE_SCAN_ENTRY& scan, const std::vector<std::string>& paths);
 
 // A directory that every user may read, in a scratch tree beside the
 // product directory.
