@@ -152,29 +152,29 @@ std::string DumpStore() {
 tagSCHEDULE_SCAN_ENTRY ScanFrom(const std::string& description) {
   const std::size_t space = description.find(' ');
   const std::size_t open = description.find('[');
-  int f[13] = {};
+  unsigned owner = 0;
+  int f[12] = {};
   if (space == std::string::npos || open == std::string::npos || description.back() != ']' ||
-      std::sscanf(description.c_str() + space, " u%d f%d d%d b%d %d:%d:%d r%d p%d/%d/%d o%d a%d",
-                  &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10],
-                  &f[11], &f[12]) != 13)
+      std::sscanf(description.c_str() + space, " u%u f%d d%d b%d %d:%d:%d r%d p%d/%d/%d o%d a%d",
+                  &owner, &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9],
+                  &f[10], &f[11]) != 13)
     Abort("not a scan's description: " + description);
   std::vector<std::string> paths;
   std::istringstream names(description.substr(open + 1, description.size() - open - 2));
   for (std::string name; names >> name;) paths.push_back(name[0] == '/' ? name : ScanDir(name));
-  tagSCHEDULE_SCAN_ENTRY scan = MakeScan(description.substr(0, space), 0, paths);
-  scan.dwUserId = static_cast<std::uint32_t>(f[0]);
-  scan.byFrequency = f[1];
-  scan.byWeekDay = f[2];
-  scan.bFirstBootScan = f[3];
-  scan.nHour = f[4];
-  scan.nMinute = f[5];
-  scan.nSecond = f[6];
-  scan.nRecurEvery = f[7];
-  scan.bRepeatScan = f[8];
-  scan.nRepeatInterval = f[9];
-  scan.byRepeatUnit = f[10];
-  scan.byScanOptions = f[11];
-  scan.nScanAction = f[12];
+  tagSCHEDULE_SCAN_ENTRY scan = MakeScan(description.substr(0, space), owner, paths);
+  scan.byFrequency = f[0];
+  scan.byWeekDay = f[1];
+  scan.bFirstBootScan = f[2];
+  scan.nHour = f[3];
+  scan.nMinute = f[4];
+  scan.nSecond = f[5];
+  scan.nRecurEvery = f[6];
+  scan.bRepeatScan = f[7];
+  scan.nRepeatInterval = f[8];
+  scan.byRepeatUnit = f[9];
+  scan.byScanOptions = f[10];
+  scan.nScanAction = f[11];
   return scan;
 }
 

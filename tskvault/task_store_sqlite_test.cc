@@ -1,3 +1,6 @@
+// The task store's calls on the test build's product store and on scratch
+// stores: the codes of the calls that take a name, listing, refusals, every
+// field of a record, foreign rows, anchors and user names.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -15,166 +18,137 @@ namespace {
 
 using testing_support::AddScan;
 using testing_support::MakeScan;
+using testing_support::QueryStore;
 
 constexpr std::uint32_t kAlice = 1000;
 constexpr std::uint32_t kBob = 2000;
 constexpr std::uint32_t kRoot = 0;
 
-// The product's store, with Alice's scan "Mine" and Bob's scan "Theirs".
-void SeedTwoScans() {
+enum class Store { kMissing, kEmptied, kTwoScans };
+
+// The product's store afresh: none, or Alice's scan "Mine" and Bob's scan
+// "Theirs", both deleted again for kEmptied.
+void Seed(Store store = Store::kTwoScans) {
   testing_support::ResetProduct();
+  if (store == Store::kMissing) return;
   ASSERT_EQ(AddScan(MakeScan("Mine", kAlice)), SCHSCAN_OK);
   ASSERT_EQ(AddScan(MakeScan("Theirs", kBob)), SCHSCAN_OK);
-}
-
-class TaskStoreTest : public ::testing::Test {
- protected:
-  void SetUp() override { SeedTwoScans(); }
-
-  std::vector<std::string> ListNames(std::uint32_t user) {
-    ScheduleScanList list;
-    std::uint32_t code = SCHSCAN_OK;
-    EXPECT_TRUE(ReadScheduleScanTaskList(store_.c_str(), list, user, &code)) << code;
-    std::vector<std::string> names;
-    for (const auto& entry : list) names.emplace_back(entry.szScanName);
-    return names;
-  }
-
-  const std::string store_ = kTaskListPath;
-};
-
-std::uint32_t CheckName(const std::string& name, std::int32_t mode, std::uint32_t user) {
   std::uint32_t code = SCHSCAN_OK;
-  return ValidateTaskName(name.c_str(), mode, user, &code) ? SCHSCAN_OK : code;
-}
-
-TEST_F(TaskStoreTest, NewNameCodes) {
-  const struct {
-    std::string name;
-    std::uint32_t user;
-    std::uint32_t code;
-  } cases[] = {
-      {"", kAlice, SCHSCAN_ERR_NAME_EMPTY},
-      {std::string(255, 'a'), kAlice, SCHSCAN_ERR_NAME_LENGTH},
-      {"Daily scan", kAlice, SCHSCAN_ERR_NAME_LENGTH},
-      {"scan_1", kAlice, SCHSCAN_ERR_NAME_LENGTH},
-      {"Mine", kAlice, SCHSCAN_ERR_NAME_CONFIGURED},
-      {"Mine", kBob, SCHSCAN_ERR_OTHER_USER},
-      {"Mine", kRoot, SCHSCAN_ERR_OTHER_USER},
-      {"mine", kAlice, SCHSCAN_OK},  // names are case-sensitive
-      {std::string(254, 'a'), kAlice, SCHSCAN_OK},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(CheckName(c.name, kNameMustBeNew, c.user), c.code) << c.name;
+  if (store == Store::kEmptied) {
+    ASSERT_TRUE(DeleteScheduleScanTask(kTaskListPath, "Mine", kAlice, &code));
+    ASSERT_TRUE(DeleteScheduleScanTask(kTaskListPath, "Theirs", kBob, &code));
   }
-  EXPECT_EQ(CheckName("Mine", 7, kAlice), SCHSCAN_ERR_LIST_OPERATION);
-  testing_support::ResetProduct();
-  EXPECT_EQ(CheckName("Mine", kNameMustBeNew, kAlice), SCHSCAN_OK);  // no store yet
 }
 
-// Mode 0 and the three by-name calls answer alike.
-TEST(TaskStoreByName, CodesOfEveryByNameCall) {
-  using Call = std::function<std::uint32_t(const char*, std::uint32_t)>;
-  const Call calls[] = {
-      [](const char* name, std::uint32_t user) { return CheckName(name, kNameMustExist, user); },
-      [](const char* name, std::uint32_t user) {
-        tagSCHEDULE_SCAN_ENTRY entry = MakeScan(name, 0);
-        std::uint32_t code = SCHSCAN_OK;
-        return GetScheduleScanTaskDetails(kTaskListPath, &entry, user, &code) ? SCHSCAN_OK : code;
-      },
-      [](const char* name, std::uint32_t user) {
-        tagSCHEDULE_SCAN_ENTRY entry = MakeScan(name, 0, {"/changed"});
-        std::uint32_t code = SCHSCAN_OK;
-        return ModifyScheduleScanTask(kTaskListPath, &entry, user, &code) ? SCHSCAN_OK : code;
-      },
-      [](const char* name, std::uint32_t user) {
-        std::uint32_t code = SCHSCAN_OK;
-        return DeleteScheduleScanTask(kTaskListPath, name, user, &code) ? SCHSCAN_OK : code;
-      },
-  };
-  enum class Store { kMissing, kEmptied, kTwoScans };
+std::vector<std::string> Names(std::uint32_t user) {
+  ScheduleScanList list;
+  std::uint32_t code = SCHSCAN_OK;
+  EXPECT_TRUE(ReadScheduleScanTaskList(kTaskListPath, list, user, &code)) << code;
+  std::vector<std::string> names;
+  for (const auto& entry : list) names.emplace_back(entry.szScanName);
+  return names;
+}
+
+enum class Call { kMustBeNew, kAdd, kMustExist, kDetails, kModify, kDelete };
+
+std::uint32_t CodeOf(Call call, const std::string& name, std::uint32_t user) {
+  tagSCHEDULE_SCAN_ENTRY entry = MakeScan(name, user, {"/changed"});
+  std::uint32_t code = SCHSCAN_OK;
+  bool done = false;
+  switch (call) {
+    case Call::kMustBeNew: done = ValidateTaskName(name.c_str(), kNameMustBeNew, user, &code); break;
+    case Call::kAdd: done = AddScheduleScanTask(kTaskListPath, &entry, &code); break;
+    case Call::kMustExist: done = ValidateTaskName(name.c_str(), kNameMustExist, user, &code); break;
+    case Call::kDetails: done = GetScheduleScanTaskDetails(kTaskListPath, &entry, user, &code); break;
+    case Call::kModify: done = ModifyScheduleScanTask(kTaskListPath, &entry, user, &code); break;
+    case Call::kDelete: done = DeleteScheduleScanTask(kTaskListPath, name.c_str(), user, &code); break;
+  }
+  return done ? SCHSCAN_OK : code;
+}
+
+// The codes of the calls for a new name and of those for an existing one.
+// Names are unique across users: even the super-user cannot take another's.
+TEST(TaskStore, CodesOfTheCallsThatTakeAName) {
   const struct {
     Store store;
-    const char* name;
+    std::string name;
     std::uint32_t user;
-    std::uint32_t code;
+    std::uint32_t asNew;
+    std::uint32_t asExisting;
   } cases[] = {
-      {Store::kMissing, "Mine", kAlice, SCHSCAN_ERR_LIST_NOT_FOUND},
-      {Store::kEmptied, "Mine", kAlice, SCHSCAN_ERR_LIST_NOT_FOUND},
-      {Store::kTwoScans, "Nope", kAlice, SCHSCAN_ERR_NAME_NOT_CONFIGURED},
-      {Store::kTwoScans, "mine", kAlice, SCHSCAN_ERR_NAME_NOT_CONFIGURED},
-      {Store::kTwoScans, "Theirs", kAlice, SCHSCAN_ERR_OTHER_USER},
-      {Store::kTwoScans, "Theirs", kRoot, SCHSCAN_OK},
-      {Store::kTwoScans, "Mine", kAlice, SCHSCAN_OK},
+      {Store::kMissing, "Mine", kAlice, SCHSCAN_OK, SCHSCAN_ERR_LIST_NOT_FOUND},
+      {Store::kEmptied, "Mine", kAlice, SCHSCAN_OK, SCHSCAN_ERR_LIST_NOT_FOUND},
+      {Store::kTwoScans, "Mine", kAlice, SCHSCAN_ERR_NAME_CONFIGURED, SCHSCAN_OK},
+      {Store::kTwoScans, "Mine", kBob, SCHSCAN_ERR_OTHER_USER, SCHSCAN_ERR_OTHER_USER},
+      {Store::kTwoScans, "Theirs", kRoot, SCHSCAN_ERR_OTHER_USER, SCHSCAN_OK},
+      {Store::kTwoScans, "mine", kAlice, SCHSCAN_OK, SCHSCAN_ERR_NAME_NOT_CONFIGURED},
+      {Store::kTwoScans, std::string(254, 'a'), kBob, SCHSCAN_OK,
+       SCHSCAN_ERR_NAME_NOT_CONFIGURED},
   };
-  for (std::size_t call = 0; call < std::size(calls); ++call) {
-    for (const auto& c : cases) {
-      testing_support::ResetProduct();
-      if (c.store != Store::kMissing) SeedTwoScans();
-      if (c.store == Store::kEmptied) {
-        std::uint32_t code = SCHSCAN_OK;
-        ASSERT_TRUE(DeleteScheduleScanTask(kTaskListPath, "Mine", kAlice, &code));
-        ASSERT_TRUE(DeleteScheduleScanTask(kTaskListPath, "Theirs", kBob, &code));
-      }
-      EXPECT_EQ(calls[call](c.name, c.user), c.code)
-          << "call " << call << ", name " << c.name << ", user " << c.user;
+  for (const auto& c : cases) {
+    for (const Call call : {Call::kMustBeNew, Call::kAdd, Call::kMustExist, Call::kDetails,
+                            Call::kModify, Call::kDelete}) {
+      Seed(c.store);
+      EXPECT_EQ(CodeOf(call, c.name, c.user), call < Call::kMustExist ? c.asNew : c.asExisting)
+          << "call " << static_cast<int>(call) << ", " << c.name << " as " << c.user;
     }
   }
+  // A new name follows the record's rules; a mode of neither kind is refused.
+  EXPECT_EQ(CodeOf(Call::kMustBeNew, "", kAlice), SCHSCAN_ERR_NAME_EMPTY);
+  EXPECT_EQ(CodeOf(Call::kMustBeNew, "scan_1", kAlice), SCHSCAN_ERR_NAME_LENGTH);
+  std::uint32_t code = SCHSCAN_OK;
+  EXPECT_FALSE(ValidateTaskName("Mine", 7, kAlice, &code));
+  EXPECT_EQ(code, SCHSCAN_ERR_LIST_OPERATION);
 }
 
-TEST_F(TaskStoreTest, ListsByOwnerInCreationOrder) {
+TEST(TaskStore, ListsEachOwnersScansInCreationOrder) {
+  Seed();
   ASSERT_EQ(AddScan(MakeScan("Third", kAlice)), SCHSCAN_OK);
   tagSCHEDULE_SCAN_ENTRY changed = MakeScan("Mine", kBob, {"/a", "/b"});
   std::uint32_t code = SCHSCAN_OK;
-  ASSERT_TRUE(ModifyScheduleScanTask(store_.c_str(), &changed, kAlice, &code)) << code;
-
-  EXPECT_EQ(ListNames(kRoot), (std::vector<std::string>{"Mine", "Theirs", "Third"}));
-  EXPECT_EQ(ListNames(kAlice), (std::vector<std::string>{"Mine", "Third"}));  // owner kept
-  EXPECT_EQ(ListNames(kBob), (std::vector<std::string>{"Theirs"}));
-  EXPECT_EQ(ListNames(3000), std::vector<std::string>{});
+  ASSERT_TRUE(ModifyScheduleScanTask(kTaskListPath, &changed, kAlice, &code)) << code;
+  EXPECT_EQ(Names(kRoot), (std::vector<std::string>{"Mine", "Theirs", "Third"}));
+  EXPECT_EQ(Names(kAlice), (std::vector<std::string>{"Mine", "Third"}));  // owner kept
+  EXPECT_EQ(Names(kBob), (std::vector<std::string>{"Theirs"}));
+  EXPECT_EQ(Names(3000), std::vector<std::string>{});
 
   // The list is appended to, each record with its own items.
   ScheduleScanList list;
   list.push_back(MakeScan("Caller", kAlice, {"/x"}));
-  ASSERT_TRUE(ReadScheduleScanTaskList(store_.c_str(), list, kAlice, &code)) << code;
+  ASSERT_TRUE(ReadScheduleScanTaskList(kTaskListPath, list, kAlice, &code)) << code;
   ASSERT_EQ(list.size(), 3u);
   EXPECT_STREQ(list[0].vecScanItems.PathAt(0), "/x");
   ASSERT_EQ(list[1].vecScanItems.size(), 2u);
   EXPECT_STREQ(list[1].vecScanItems.PathAt(1), "/b");
   EXPECT_STREQ(list[2].vecScanItems.PathAt(0), testing_support::ScanDir("a").c_str());
 
-  list.clear();
+  // Deleting every scan leaves an empty store, items and all.
+  for (const char* name : {"Mine", "Theirs", "Third"})
+    ASSERT_TRUE(DeleteScheduleScanTask(kTaskListPath, name, kRoot, &code)) << code;
+  EXPECT_EQ(Names(kRoot), std::vector<std::string>{});
+  EXPECT_EQ(QueryStore(kTaskListPath, "SELECT count(*) FROM items"), "0");
   testing_support::ResetProduct();
   EXPECT_FALSE(ReadScheduleScanTaskList(kTaskListPath, list, kRoot, &code));
   EXPECT_EQ(code, SCHSCAN_ERR_LIST_NOT_FOUND);
 }
 
-TEST_F(TaskStoreTest, DeletingTheLastScanLeavesAnEmptyStore) {
+// A record against the rules is an operation error for add and for modify,
+// and changes nothing.
+TEST(TaskStore, RefusesRecordsAgainstTheRules) {
+  Seed();
+  tagSCHEDULE_SCAN_ENTRY late = MakeScan("Mine", kAlice);
+  late.nHour = 24;
+  tagSCHEDULE_SCAN_ENTRY empty = MakeScan("New", kAlice);
+  empty.vecScanItems.Clear();
   std::uint32_t code = SCHSCAN_OK;
-  ASSERT_TRUE(DeleteScheduleScanTask(store_.c_str(), "Mine", kAlice, &code));
-  ASSERT_TRUE(DeleteScheduleScanTask(store_.c_str(), "Theirs", kRoot, &code));
-  EXPECT_EQ(ListNames(kRoot), std::vector<std::string>{});
-  EXPECT_EQ(testing_support::QueryStore(store_, "SELECT count(*) FROM items"), "0");
-  EXPECT_EQ(AddScan(MakeScan("Mine", kBob)), SCHSCAN_OK);  // the name is free again
-}
-
-TEST_F(TaskStoreTest, AddAndModifyRefuse) {
-  EXPECT_EQ(AddScan(MakeScan("Mine", kAlice)), SCHSCAN_ERR_NAME_CONFIGURED);
-  EXPECT_EQ(AddScan(MakeScan("Mine", kRoot)), SCHSCAN_ERR_OTHER_USER);
-  EXPECT_EQ(AddScan(MakeScan("Theirs", kAlice)), SCHSCAN_ERR_OTHER_USER);
-
-  tagSCHEDULE_SCAN_ENTRY bad = MakeScan("New", kAlice);
-  bad.nHour = 24;
-  tagSCHEDULE_SCAN_ENTRY none = MakeScan("New", kAlice);
-  none.vecScanItems.Clear();
-  EXPECT_EQ(AddScan(none), SCHSCAN_ERR_LIST_OPERATION);
-  std::uint32_t code = SCHSCAN_OK;
-  EXPECT_FALSE(AddScheduleScanTask(store_.c_str(), &bad, &code));
+  EXPECT_FALSE(ModifyScheduleScanTask(kTaskListPath, &late, kAlice, &code));
   EXPECT_EQ(code, SCHSCAN_ERR_LIST_OPERATION);
-  std::memcpy(bad.szScanName, "Mine", 5);
-  EXPECT_FALSE(ModifyScheduleScanTask(store_.c_str(), &bad, kAlice, &code));
-  EXPECT_EQ(code, SCHSCAN_ERR_LIST_OPERATION);
-  EXPECT_EQ(ListNames(kRoot), (std::vector<std::string>{"Mine", "Theirs"}));
+  std::memcpy(late.szScanName, "New", 4);
+  EXPECT_EQ(AddScan(late), SCHSCAN_ERR_LIST_OPERATION);
+  EXPECT_EQ(AddScan(empty), SCHSCAN_ERR_LIST_OPERATION);
+  EXPECT_EQ(testing_support::DescribeStored("Mine"),
+            testing_support::Describe(MakeScan("Mine", kAlice)));
+  EXPECT_EQ(Names(kRoot), (std::vector<std::string>{"Mine", "Theirs"}));
 }
 
 void ExpectSameRecord(const tagSCHEDULE_SCAN_ENTRY& got, const tagSCHEDULE_SCAN_ENTRY& want) {
@@ -190,25 +164,15 @@ void ExpectSameRecord(const tagSCHEDULE_SCAN_ENTRY& got, const tagSCHEDULE_SCAN_
   }
 }
 
-TEST(TaskStoreRoundTrip, EveryFieldComesBackUnchanged) {
+TEST(TaskStore, EveryFieldComesBackUnchanged) {
   testing_support::ScratchDirectory scratch;
   const std::string store = scratch / "tsklst.inf";
-  tagSCHEDULE_SCAN_ENTRY entry = MakeScan(std::string(254, 'Z'), 4294967294u);
+  // First boot: time, recurrence and repeat are unused, and kept as they are.
+  tagSCHEDULE_SCAN_ENTRY entry = testing_support::ScanFrom(
+      std::string(254, 'Z') + " u4294967294 f1 d7 b1 -300:32767:-32768 r-1 p200/9999/7 o15 a3 [/]");
   entry.vecScanItems.Clear();
-  entry.byFrequency = FREQ_WEEKLY;
-  entry.bFirstBootScan = 1;  // time, recurrence and repeat unused: kept as they are
-  entry.nHour = -300;
-  entry.nMinute = 32767;
-  entry.nSecond = -32768;
-  entry.bRepeatScan = 200;
-  entry.nRecurEvery = -1;
-  entry.nRepeatInterval = 9999;
-  entry.byRepeatUnit = 7;
-  entry.byWeekDay = 7;
   entry.abyReserved1[0] = 0xff;
   entry.abyReserved1[1] = 0x01;
-  entry.nScanAction = ACTION_REPORT_ONLY;
-  entry.byScanOptions = 0x0f;
   for (std::size_t i = 0; i < sizeof entry.abyReserved2; ++i) entry.abyReserved2[i] = 0x80 + i;
   entry.vecScanItems.AppendPath(("/" + std::string(1022, 'p')).c_str());
   for (int i = 1; i < 100; ++i) entry.vecScanItems.AppendPath(("/dir/" + std::to_string(i)).c_str());
@@ -221,7 +185,6 @@ TEST(TaskStoreRoundTrip, EveryFieldComesBackUnchanged) {
   tagSCHEDULE_SCAN_ENTRY fetched = MakeScan(entry.szScanName, 12345, {"/stale"});
   ASSERT_TRUE(GetScheduleScanTaskDetails(store.c_str(), &fetched, kRoot, &code)) << code;
   ExpectSameRecord(fetched, entry);
-
   ScheduleScanList list;
   ASSERT_TRUE(ReadScheduleScanTaskList(store.c_str(), list, kRoot, &code)) << code;
   ASSERT_EQ(list.size(), 2u);
@@ -232,7 +195,7 @@ TEST(TaskStoreRoundTrip, EveryFieldComesBackUnchanged) {
 // may hold empty strings where the store never writes them: they read as
 // empty fields. Found by fuzzing: an empty value was copied from a null
 // address (undefined behaviour, caught by UBSan).
-TEST(TaskStoreForeignRows, EmptyStoredStringsReadAsEmptyFields) {
+TEST(TaskStore, EmptyStoredStringsReadAsEmptyFields) {
   testing_support::ScratchDirectory scratch;
   const std::string store = scratch / "tsklst.inf";
   std::ofstream(store).close();
@@ -244,7 +207,7 @@ TEST(TaskStoreForeignRows, EmptyStoredStringsReadAsEmptyFields) {
         "INSERT INTO scans VALUES (1, '', 0, 0, 0, 10, 0, 0, 0, 1, 0, 0, 0, zeroblob(2), 0, 0,"
         " zeroblob(21))",
         "INSERT INTO items VALUES (1, 0, x'')"}) {
-    ASSERT_EQ(testing_support::QueryStore(store, sql), "") << sql;
+    ASSERT_EQ(QueryStore(store, sql), "") << sql;
   }
   ScheduleScanList list;
   std::uint32_t code = SCHSCAN_OK;
@@ -268,7 +231,8 @@ std::int64_t AnchorOf(const char* name) {
 
 // A scan's anchor is when it was added, or when its schedule last changed;
 // a change of its directories, options, action or repeat keeps it.
-TEST_F(TaskStoreTest, AnchorsFollowScheduleChangesOnly) {
+TEST(TaskStore, AnchorsFollowScheduleChangesOnly) {
+  Seed();
   const std::int64_t now = std::time(nullptr);
   EXPECT_NEAR(static_cast<double>(AnchorOf("Mine")), static_cast<double>(now), 5);
   const struct {
@@ -290,19 +254,19 @@ TEST_F(TaskStoreTest, AnchorsFollowScheduleChangesOnly) {
       {"first boot", [](auto& e) { e.bFirstBootScan = 1; }, true},
   };
   for (const auto& c : changes) {
-    ASSERT_EQ(testing_support::QueryStore(store_, "UPDATE scans SET anchor = 1000"), "");
+    ASSERT_EQ(QueryStore(kTaskListPath, "UPDATE scans SET anchor = 1000"), "");
     tagSCHEDULE_SCAN_ENTRY entry = MakeScan("Mine", kAlice);
     c.change(entry);
     std::uint32_t code = SCHSCAN_OK;
-    ASSERT_TRUE(ModifyScheduleScanTask(store_.c_str(), &entry, kAlice, &code)) << code;
+    ASSERT_TRUE(ModifyScheduleScanTask(kTaskListPath, &entry, kAlice, &code)) << code;
     EXPECT_EQ(AnchorOf("Mine") != 1000, c.moves) << c.what;
     EXPECT_EQ(AnchorOf("Theirs"), 1000) << c.what;
   }
   // A store of the first version gets the anchors of its upgrade.
   for (const char* sql : {"ALTER TABLE scans DROP COLUMN anchor", "PRAGMA user_version = 1"})
-    ASSERT_EQ(testing_support::QueryStore(store_, sql), "") << sql;
+    ASSERT_EQ(QueryStore(kTaskListPath, sql), "") << sql;
   EXPECT_NEAR(static_cast<double>(AnchorOf("Theirs")), static_cast<double>(now), 5);
-  EXPECT_EQ(testing_support::QueryStore(store_, "PRAGMA user_version"), "2");
+  EXPECT_EQ(QueryStore(kTaskListPath, "PRAGMA user_version"), "2");
 }
 
 TEST(UserName, KnownAndUnknownIds) {
