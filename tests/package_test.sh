@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Builds the Debian package, installs it into this machine with dpkg, runs
-# the installed tool (help, then a scripted add and view as root and as an
-# ordinary user through the setgid tool) and the scan service (its enabled
+# Builds the Debian package, installs it into this machine with dpkg, checks
+# what its maintainer scripts set up (the group, the modes, the store's link,
+# the unit), runs the installed tool (a scripted add as root and as an
+# ordinary user through the setgid tool, and a view; what the installed tool
+# does for each user is the privilege test's) and the scan service (its enabled
 # unit, and a run of each scan on a signature database of the test's own,
 # under the unit's capabilities), removes it (scans stay) and purges it (scans
 # and the service's state go). Needs root: exits 77, which CTest reports as
@@ -60,8 +62,6 @@ grep -qx 'ExecStart=/usr/sbin/schscand' "$unit" || fail "the unit does not start
 [ -L /etc/systemd/system/multi-user.target.wants/schscand.service ] || fail "the unit is not enabled"
 
 echo "==> Running the installed tool"
-out=$(/usr/bin/schscan --help)
-expect "help" "Korvane Scheduled Scan Manager" "$out"
 # name, daily, not first boot, 02:30:00, every day, no repeat, four options,
 # report only, one directory, no more, confirm.
 add_script() { printf '%s\n' "$1" 1 n 2 30 0 1 n y y y y 4 "$scan_dir" n y; }
@@ -73,9 +73,6 @@ expect "add as nobody" "The scheduled scan PackageUserScan was added" "$out"
 out=$(printf 'n\n' | as_nobody /usr/bin/schscan --view)
 expect "view as nobody" "PackageUserScan" "$out"
 if grep -q PackageRootScan <<<"$out"; then fail "nobody sees root's scan"; fi
-out=$(printf 'n\n' | /usr/bin/schscan --view)
-expect "view as root" "PackageRootScan" "$out"
-expect "view as root" "nobody" "$out"
 if as_nobody cat "$product/tsklst.inf" >/dev/null 2>&1; then fail "nobody reads the store directly"; fi
 
 echo "==> Running the installed service"
