@@ -7,6 +7,8 @@
 #include "reports/report_index.h"
 
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -104,7 +107,7 @@ TEST_F(ReportIndexTest, RewriteTakesOutTheEntriesTakenOutAndNothingElse) {
 
   ASSERT_TRUE(TakeOut({0, 1}, &code));
   EXPECT_EQ(IndexBytes(), std::string(19, '\0'));
-  EXPECT_EQ(fs::directory_iterator(kReportsDir)->path(), kReportIndexPath);  // no leftovers
+  EXPECT_EQ(std::distance(fs::directory_iterator(kReportsDir), {}), 1);  // the index alone
 }
 
 // A rewrite killed before its rename leaves its temporary index behind; the
@@ -143,6 +146,22 @@ bool EndsWithin(pid_t pid, int milliseconds) {
     usleep(10000);
   }
   return false;
+}
+
+// A rewrite whose writes fail (here past a file size limit, as on a full
+// disk) fails with 0, and leaves the index as it was and no temporary file.
+TEST_F(ReportIndexTest, RewriteThatCannotWriteChangesNothing) {
+  for (const char* name : {"a", "b", "c"}) Append(name);
+  const std::string before = IndexBytes();
+  const pid_t rewriter = Spawn([] {
+    const rlimit lessThanAnEntry = {1000, 1000};
+    std::uint32_t code = 99;
+    return signal(SIGXFSZ, SIG_IGN) != SIG_ERR && setrlimit(RLIMIT_FSIZE, &lessThanAnEntry) == 0 &&
+           !TakeOut({1}, &code) && code == SCHSCAN_OK;
+  });
+  EXPECT_TRUE(EndsWithin(rewriter, 10000));
+  EXPECT_EQ(IndexBytes(), before);
+  EXPECT_EQ(std::distance(fs::directory_iterator(kReportsDir), {}), 1);  // the index alone
 }
 
 // Rewriters wait for the lock, readers do not; a rewriter that waited while

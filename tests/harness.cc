@@ -100,11 +100,6 @@ RunResult RunTool(const RunOptions& options) {
     dup2(errors[1], STDERR_FILENO);
     signal(SIGPIPE, SIG_DFL);
     signal(SIGINT, SIG_DFL);
-    if (options.fileSizeLimit) {
-      const rlimit limit = {*options.fileSizeLimit, *options.fileSizeLimit};
-      signal(SIGXFSZ, SIG_IGN);
-      if (setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(126);
-    }
     execve(argvPointers[0], argvPointers.data(), environmentPointers.data());
     _exit(127);
   }

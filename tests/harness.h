@@ -3,7 +3,6 @@
 // prompts as they appear, and captures what it prints byte for byte.
 #pragma once
 
-#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <functional>
@@ -29,9 +28,6 @@ struct RunOptions {
   std::vector<std::string> environment;  // "NAME=value", besides PATH and LANG
   std::string program;                   // the tool to run; empty: ToolPath()
   int timeoutMilliseconds = 20000;       // then SIGKILL, and timedOut is set
-  // Files the tool writes may not grow past this size (RLIMIT_FSIZE); the
-  // tool ignores SIGXFSZ, so a write beyond it fails with EFBIG.
-  std::optional<rlim_t> fileSizeLimit;
   // SIGKILL this many microseconds after the tool was started.
   std::optional<long> killAfterMicroseconds;
   // Called with the tool's process id and all output so far, each time more

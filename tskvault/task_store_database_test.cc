@@ -1,9 +1,14 @@
 #include "tskvault/task_store_database.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <fstream>
+#include <vector>
 
 #include "taskstore/result_codes.h"
 #include "taskstore/task_store.h"
@@ -60,6 +65,30 @@ TEST(TaskStoreDatabase, AnEmptyFileIsAStoreWithoutScans) {
   std::ofstream(store).close();  // as left by a run that died right after creating it
   EXPECT_EQ(ListCode(store), SCHSCAN_OK);
   EXPECT_EQ(AddScan(MakeScan("First", 0), store.c_str()), SCHSCAN_OK);
+}
+
+// A change that cannot be written (past a file size limit, as on a full
+// disk) is an operation error and leaves the store as it was.
+TEST(TaskStoreDatabase, AChangeThatCannotBeWrittenChangesNothing) {
+  ScratchDirectory scratch;
+  const std::string store = scratch / "tsklst.inf";
+  ASSERT_EQ(AddScan(MakeScan("First", 0), store.c_str()), SCHSCAN_OK);
+  const pid_t child = fork();
+  if (child == 0) {
+    // Room for the store's shared memory (32 KiB), not for a hundred long paths.
+    const rlimit limit = {65536, 65536};
+    const std::vector<std::string> paths(100, "/" + std::string(1000, 'd'));
+    _exit(signal(SIGXFSZ, SIG_IGN) != SIG_ERR && setrlimit(RLIMIT_FSIZE, &limit) == 0 &&
+                  AddScan(MakeScan("Second", 0, paths), store.c_str()) ==
+                      SCHSCAN_ERR_LIST_OPERATION
+              ? 0
+              : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  EXPECT_EQ(QueryStore(store, "PRAGMA integrity_check"), "ok");
+  EXPECT_EQ(QueryStore(store, "SELECT group_concat(name) FROM scans"), "First");
 }
 
 TEST(TaskStoreDatabase, MissingDirectory) {
