@@ -30,7 +30,7 @@ std::string Text(const std::string& raw) {
   for (std::size_t i = 0; i < raw.size(); ++i) {
     if (raw[i] == '\\' && i + 1 < raw.size()) {
       const char e = raw[++i];
-      text.push_back(e == 'n' ? '\n' : e == 't' ? '\t' : e == '0' ? '\0' : e);
+      text.push_back(e == 'n' ? '\n' : e == 't' ? '\t' : e == 'r' ? '\r' : e == '0' ? '\0' : e);
     } else if (raw.compare(i, 5, "{dir:") == 0) {
       const std::size_t end = raw.find('}', i);
       text += ScanDir(raw.substr(i + 5, end - i - 5));
@@ -75,8 +75,11 @@ void ApplySeed(const std::string& line) {
     fs::remove(argument);
   } else if (verb == "mkdir") {
     fs::create_directory(argument);
-  } else if (verb == "symlink") {
+  } else if (verb == "symlink") {  // in place of what is there: the scratch directories stay
+    fs::remove(value);
     fs::create_symlink(argument, value);
+  } else if (verb == "move") {
+    fs::rename(argument, value);
   } else if (verb == "file") {
     std::ofstream(argument, std::ios::binary | std::ios::trunc) << value;
     chmod(argument.c_str(), 0666);
