@@ -11,31 +11,27 @@
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int* argc, char*** argv);
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 namespace fs = std::filesystem;
 
 int main(int argc, char** argv) {
-  if (LLVMFuzzerInitialize != nullptr) LLVMFuzzerInitialize(&argc, &argv);
+  LLVMFuzzerInitialize(&argc, &argv);
   std::vector<fs::path> inputs;
   for (int i = 1; i < argc; ++i) {
-    const fs::path path = argv[i];
-    if (fs::is_directory(path)) {
-      for (const fs::directory_entry& entry : fs::directory_iterator(path)) {
-        if (entry.is_regular_file()) inputs.push_back(entry.path());
-      }
-    } else if (fs::exists(path)) {
-      inputs.push_back(path);
+    if (fs::is_directory(argv[i])) {
+      for (const fs::directory_entry& entry : fs::directory_iterator(argv[i]))
+        inputs.push_back(entry.path());
+    } else if (fs::exists(argv[i])) {
+      inputs.push_back(argv[i]);
     }
   }
   std::sort(inputs.begin(), inputs.end());
   for (const fs::path& input : inputs) {
-    std::ifstream file(input, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(file)),
-                            std::istreambuf_iterator<char>());
     std::fprintf(stderr, "replaying %s\n", input.c_str());
+    std::ifstream file(input, std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
   }
   std::fprintf(stderr, "%zu inputs replayed\n", inputs.size());
-  return 0;
 }

@@ -6,13 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <vector>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
-#include <stdexcept>
+#include <vector>
 
 #include "reports/report_index.h"
 #include "taskstore/result_codes.h"
@@ -32,6 +31,29 @@ const std::string& DirRoot() {
   std::abort();
 }
 
+// Sets the fields that Describe shows between the name and the directories.
+void SetFields(tagSCHEDULE_SCAN_ENTRY& scan, const std::string& fields) {
+  unsigned owner = 0;
+  int f[12] = {};
+  if (std::sscanf(fields.c_str(), " u%u f%d d%d b%d %d:%d:%d r%d p%d/%d/%d o%d a%d", &owner,
+                  &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10],
+                  &f[11]) != 13)
+    Abort("not a scan's fields: " + fields);
+  scan.dwUserId = owner;
+  scan.byFrequency = f[0];
+  scan.byWeekDay = f[1];
+  scan.bFirstBootScan = f[2];
+  scan.nHour = f[3];
+  scan.nMinute = f[4];
+  scan.nSecond = f[5];
+  scan.nRecurEvery = f[6];
+  scan.bRepeatScan = f[7];
+  scan.nRepeatInterval = f[8];
+  scan.byRepeatUnit = f[9];
+  scan.byScanOptions = f[10];
+  scan.nScanAction = f[11];
+}
+
 }  // namespace
 
 void ResetProduct() {
@@ -45,16 +67,7 @@ tagSCHEDULE_SCAN_ENTRY MakeScan(const std::string& name, std::uint32_t owner,
   tagSCHEDULE_SCAN_ENTRY scan;
   PrepareNewScheduleScanEntry(&scan);
   std::memcpy(scan.szScanName, name.data(), std::min(name.size(), SCAN_NAME_SIZE - 1));
-  scan.dwUserId = owner;
-  scan.nHour = 10;
-  scan.nMinute = 20;
-  scan.nSecond = 30;
-  scan.nRecurEvery = 2;
-  scan.bRepeatScan = 1;
-  scan.nRepeatInterval = 3;
-  scan.byRepeatUnit = REPEAT_UNIT_HOURS;
-  scan.byScanOptions = SCAN_OPT_ARCHIVE;
-  scan.nScanAction = ACTION_REPAIR_ONLY;
+  SetFields(scan, "u" + std::to_string(owner) + " f0 d0 b0 10:20:30 r2 p1/3/0 o1 a0");
   for (const std::string& path : paths.empty() ? std::vector<std::string>{ScanDir("a")} : paths)
     scan.vecScanItems.AppendPath(path.c_str());
   return scan;
@@ -152,29 +165,13 @@ std::string DumpStore() {
 tagSCHEDULE_SCAN_ENTRY ScanFrom(const std::string& description) {
   const std::size_t space = description.find(' ');
   const std::size_t open = description.find('[');
-  unsigned owner = 0;
-  int f[12] = {};
-  if (space == std::string::npos || open == std::string::npos || description.back() != ']' ||
-      std::sscanf(description.c_str() + space, " u%u f%d d%d b%d %d:%d:%d r%d p%d/%d/%d o%d a%d",
-                  &owner, &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8], &f[9],
-                  &f[10], &f[11]) != 13)
+  if (space == std::string::npos || open == std::string::npos || description.back() != ']')
     Abort("not a scan's description: " + description);
   std::vector<std::string> paths;
   std::istringstream names(description.substr(open + 1, description.size() - open - 2));
   for (std::string name; names >> name;) paths.push_back(name[0] == '/' ? name : ScanDir(name));
-  tagSCHEDULE_SCAN_ENTRY scan = MakeScan(description.substr(0, space), owner, paths);
-  scan.byFrequency = f[0];
-  scan.byWeekDay = f[1];
-  scan.bFirstBootScan = f[2];
-  scan.nHour = f[3];
-  scan.nMinute = f[4];
-  scan.nSecond = f[5];
-  scan.nRecurEvery = f[6];
-  scan.bRepeatScan = f[7];
-  scan.nRepeatInterval = f[8];
-  scan.byRepeatUnit = f[9];
-  scan.byScanOptions = f[10];
-  scan.nScanAction = f[11];
+  tagSCHEDULE_SCAN_ENTRY scan = MakeScan(description.substr(0, space), 0, paths);
+  SetFields(scan, description.substr(space, open - space));
   return scan;
 }
 
