@@ -35,14 +35,6 @@ void CheckRecord(const tagSCHEDULE_SCAN_ENTRY& scan) {
   }
 }
 
-// A weekly scan that the store accepts, of `name` cut to the field's width.
-tagSCHEDULE_SCAN_ENTRY Scan(const std::string& name, std::uint32_t owner) {
-  tagSCHEDULE_SCAN_ENTRY scan = testing_support::MakeScan(name, owner, {"/tmp"});
-  scan.byFrequency = FREQ_WEEKLY;
-  scan.byWeekDay = 2;
-  return scan;
-}
-
 void ExerciseStore() {
   const char* file = kTaskListPath;
   std::uint32_t code = SCHSCAN_OK;
@@ -59,7 +51,7 @@ void ExerciseStore() {
     for (const std::uint32_t user : {0u, 1000u}) {
       ValidateTaskName(name.c_str(), kNameMustBeNew, user, &code);
       ValidateTaskName(name.c_str(), kNameMustExist, user, &code);
-      tagSCHEDULE_SCAN_ENTRY scan = Scan(name, 0);
+      tagSCHEDULE_SCAN_ENTRY scan = testing_support::MakeScan(name, 0, {"/tmp"});
       if (GetScheduleScanTaskDetails(file, &scan, user, &code)) {
         CheckRecord(scan);
         scan.nHour = 5;
@@ -67,9 +59,9 @@ void ExerciseStore() {
       }
     }
   }
-  tagSCHEDULE_SCAN_ENTRY added = Scan("FuzzAdded", 1000);
+  tagSCHEDULE_SCAN_ENTRY added = testing_support::MakeScan("FuzzAdded", 1000, {"/tmp"});
   AddScheduleScanTask(file, &added, &code);
-  tagSCHEDULE_SCAN_ENTRY modified = Scan(names.back(), 1000);
+  tagSCHEDULE_SCAN_ENTRY modified = testing_support::MakeScan(names.back(), 1000, {"/tmp"});
   ModifyScheduleScanTask(file, &modified, 0, &code);
   DeleteScheduleScanTask(file, names.back().c_str(), 1000, &code);
   DeleteScheduleScanTask(file, names.back().c_str(), 0, &code);

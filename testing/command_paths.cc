@@ -25,8 +25,6 @@ namespace {
 // A text of a paths file: escapes and placeholders resolved.
 std::string Text(const std::string& raw) {
   std::string text;
-  std::size_t fillAt = std::string::npos;  // {fill:C} pads the text to 1023 characters
-  char filler = 0;
   for (std::size_t i = 0; i < raw.size(); ++i) {
     if (raw[i] == '\\' && i + 1 < raw.size()) {
       const char e = raw[++i];
@@ -41,15 +39,10 @@ std::string Text(const std::string& raw) {
     } else if (raw.compare(i, 9, "{product}") == 0) {
       text += kProductDir;
       i += 8;
-    } else if (raw.compare(i, 6, "{fill:") == 0) {
-      fillAt = text.size();
-      filler = raw[i + 6];
-      i += 7;
     } else {
       text.push_back(raw[i]);
     }
   }
-  if (fillAt != std::string::npos) text.insert(fillAt, 1023 - text.size(), filler);
   return text;
 }
 
