@@ -1,8 +1,8 @@
 // Paths through the six commands, one table per command in testing/paths/
 // (its README gives the format): the prompts a user meets in order, the
 // answer typed at each, and what the run leaves behind. The command path
-// test runs every path and checks each prompt and the outcome; the interrupt
-// test ends every path at every prompt, by the end of input and by Ctrl-C.
+// test runs every path and checks each prompt and the outcome, and ends every
+// path at every prompt, by the end of input and by Ctrl-C.
 // The tool runs without the catalogue, so every text is its key.
 #pragma once
 
