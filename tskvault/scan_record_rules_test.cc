@@ -11,8 +11,6 @@
 
 namespace {
 
-using Change = std::function<void(tagSCHEDULE_SCAN_ENTRY&)>;
-
 TEST(ScanRecordRules, NewNames) {
   EXPECT_EQ(tskvault::CheckNewScanName(""), SCHSCAN_ERR_NAME_EMPTY);
   EXPECT_EQ(tskvault::CheckNewScanName("Scan1"), SCHSCAN_OK);
@@ -22,49 +20,51 @@ TEST(ScanRecordRules, NewNames) {
     EXPECT_EQ(tskvault::CheckNewScanName(name), SCHSCAN_ERR_NAME_LENGTH) << name;
 }
 
+// Records by their fields (testing_support::Describe), each one field or two
+// away from the first, which the store takes: daily at 10:20:30 every 2
+// days, repeated every 3 hours, archives, repair only.
 TEST(ScanRecordRules, AllowedValues) {
-  const auto weekly = [](tagSCHEDULE_SCAN_ENTRY& e) {
-    e.byFrequency = FREQ_WEEKLY;
-    e.byWeekDay = 7;
-  };
-  const auto repeated = [](tagSCHEDULE_SCAN_ENTRY& e) {
-    e.bRepeatScan = 1;
-    e.byRepeatUnit = REPEAT_UNIT_MINUTES;
-    e.nRepeatInterval = 1439;
-  };
   const struct {
     const char* what;
-    Change change;
+    const char* fields;
     bool storable;
   } cases[] = {
-      {"as made", [](auto&) {}, true},
-      {"weekly on Saturday", weekly, true},
-      {"weekly on day 8", [&](auto& e) { weekly(e); e.byWeekDay = 8; }, false},
-      {"daily ignores weekday", [](auto& e) { e.byWeekDay = 99; }, true},
-      {"frequency 2", [](auto& e) { e.byFrequency = 2; }, false},
-      {"hour 24", [](auto& e) { e.nHour = 24; }, false},
-      {"second -1", [](auto& e) { e.nSecond = -1; }, false},
-      {"every 90 days", [](auto& e) { e.nRecurEvery = 90; }, true},
-      {"every 91 days", [](auto& e) { e.nRecurEvery = 91; }, false},
-      {"every 16 weeks", [&](auto& e) { weekly(e); e.nRecurEvery = 16; }, false},
-      {"first boot ignores time and repeat",
-       [](auto& e) { e.bFirstBootScan = 1; e.nHour = -5; e.nRecurEvery = 0; e.bRepeatScan = 9; },
-       true},
-      {"every 1439 minutes", repeated, true},
-      {"every 1440 minutes", [&](auto& e) { repeated(e); e.nRepeatInterval = 1440; }, false},
-      {"every 23 hours", [&](auto& e) { repeated(e); e.byRepeatUnit = 0; e.nRepeatInterval = 23; },
-       true},
-      {"every 24 hours", [&](auto& e) { repeated(e); e.byRepeatUnit = 0; e.nRepeatInterval = 24; },
-       false},
-      {"repeat unit 2", [&](auto& e) { repeated(e); e.byRepeatUnit = 2; }, false},
-      {"no repeat ignores interval",
-       [](auto& e) { e.bRepeatScan = 0; e.nRepeatInterval = -7; e.byRepeatUnit = 5; },
-       true},
-      {"repeat flag 2", [](auto& e) { e.bRepeatScan = 2; }, false},
-      {"action 3", [](auto& e) { e.nScanAction = 3; }, true},
-      {"action 4", [](auto& e) { e.nScanAction = 4; }, false},
-      {"options 0x0f", [](auto& e) { e.byScanOptions = 0x0f; }, true},
-      {"options 0x10", [](auto& e) { e.byScanOptions = 0x10; }, false},
+      {"as made", "u1000 f0 d0 b0 10:20:30 r2 p1/3/0 o1 a0", true},
+      {"weekly on Saturday", "u1000 f1 d7 b0 10:20:30 r2 p1/3/0 o1 a0", true},
+      {"weekly on day 8", "u1000 f1 d8 b0 10:20:30 r2 p1/3/0 o1 a0", false},
+      {"daily ignores weekday", "u1000 f0 d99 b0 10:20:30 r2 p1/3/0 o1 a0", true},
+      {"frequency 2", "u1000 f2 d0 b0 10:20:30 r2 p1/3/0 o1 a0", false},
+      {"hour 24", "u1000 f0 d0 b0 24:20:30 r2 p1/3/0 o1 a0", false},
+      {"second -1", "u1000 f0 d0 b0 10:20:-1 r2 p1/3/0 o1 a0", false},
+      {"every 90 days", "u1000 f0 d0 b0 10:20:30 r90 p1/3/0 o1 a0", true},
+      {"every 91 days", "u1000 f0 d0 b0 10:20:30 r91 p1/3/0 o1 a0", false},
+      {"every 16 weeks", "u1000 f1 d7 b0 10:20:30 r16 p1/3/0 o1 a0", false},
+      {"first boot ignores time and repeat", "u1000 f0 d0 b1 -5:20:30 r0 p9/3/0 o1 a0", true},
+      {"every 1439 minutes", "u1000 f0 d0 b0 10:20:30 r2 p1/1439/1 o1 a0", true},
+      {"every 1440 minutes", "u1000 f0 d0 b0 10:20:30 r2 p1/1440/1 o1 a0", false},
+      {"every 23 hours", "u1000 f0 d0 b0 10:20:30 r2 p1/23/0 o1 a0", true},
+      {"every 24 hours", "u1000 f0 d0 b0 10:20:30 r2 p1/24/0 o1 a0", false},
+      {"repeat unit 2", "u1000 f0 d0 b0 10:20:30 r2 p1/3/2 o1 a0", false},
+      {"no repeat ignores interval", "u1000 f0 d0 b0 10:20:30 r2 p0/-7/5 o1 a0", true},
+      {"repeat flag 2", "u1000 f0 d0 b0 10:20:30 r2 p2/3/0 o1 a0", false},
+      {"action 3", "u1000 f0 d0 b0 10:20:30 r2 p1/3/0 o1 a3", true},
+      {"action 4", "u1000 f0 d0 b0 10:20:30 r2 p1/3/0 o1 a4", false},
+      {"options 0x0f", "u1000 f0 d0 b0 10:20:30 r2 p1/3/0 o15 a0", true},
+      {"options 0x10", "u1000 f0 d0 b0 10:20:30 r2 p1/3/0 o16 a0", false},
+  };
+  for (const auto& c : cases) {
+    const std::string description = std::string("Scan ") + c.fields + " [/d]";
+    EXPECT_EQ(tskvault::IsStorableScanRecord(testing_support::ScanFrom(description)), c.storable)
+        << c.what;
+  }
+}
+
+TEST(ScanRecordRules, NamesAndItems) {
+  const struct {
+    const char* what;
+    std::function<void(tagSCHEDULE_SCAN_ENTRY&)> change;
+    bool storable;
+  } cases[] = {
       {"no items", [](auto& e) { e.vecScanItems.Clear(); }, false},
       {"100 items",
        [](auto& e) { for (int i = 1; i < 100; ++i) e.vecScanItems.AppendPath("/d"); }, true},
@@ -82,7 +82,7 @@ TEST(ScanRecordRules, AllowedValues) {
       {"name without NUL", [](auto& e) { std::memset(e.szScanName, 'n', SCAN_NAME_SIZE); }, false},
   };
   for (const auto& c : cases) {
-    tagSCHEDULE_SCAN_ENTRY entry = testing_support::MakeScan("Scan", 1000);
+    tagSCHEDULE_SCAN_ENTRY entry = testing_support::MakeScan("Scan", 1000, {"/d"});
     c.change(entry);
     EXPECT_EQ(tskvault::IsStorableScanRecord(entry), c.storable) << c.what;
   }
