@@ -37,12 +37,6 @@ bool WriteReportFile(const std::string& path, const std::string& text) {
   return close(fd) == 0 && ok && chmod(path.c_str(), 0666) == 0;
 }
 
-std::string AddEntryFor(const std::string& path, const std::string& scanName,
-                        const std::string& dateTime, std::uint32_t userId) {
-  const bool added = AppendReportEntry(MakeReportEntry(scanName, dateTime, path, userId));
-  return added ? path : std::string();
-}
-
 }  // namespace
 
 tagSCAN_REPORT_ENTRY MakeReportEntry(const std::string& scanName, const std::string& dateTime,
@@ -85,7 +79,8 @@ std::string AddReport(const std::string& scanName, const std::string& dateTime,
     std::snprintf(name, sizeof name, "/schd%02u%02u.rpt", static_cast<unsigned>(generator() % 100),
                   static_cast<unsigned>(generator() % 100));
     const std::string path = kReportsDir + std::string(name);
-    if (WriteReportFile(path, text)) return AddEntryFor(path, scanName, dateTime, userId);
+    if (WriteReportFile(path, text))
+      return AppendReportEntry(MakeReportEntry(scanName, dateTime, path, userId)) ? path : "";
     if (errno != EEXIST) return "";
   }
   return "";
@@ -95,8 +90,9 @@ std::string AddNamedReport(const std::string& fileName, const std::string& scanN
                            const std::string& dateTime, std::uint32_t userId,
                            const std::string& text) {
   const std::string path = std::string(kReportsDir) + "/" + fileName;
-  if (!WriteReportFile(path, text)) return "";
-  return AddEntryFor(path, scanName, dateTime, userId);
+  const bool added = WriteReportFile(path, text) &&
+                     AppendReportEntry(MakeReportEntry(scanName, dateTime, path, userId));
+  return added ? path : "";
 }
 
 }  // namespace testing_support

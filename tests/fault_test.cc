@@ -41,22 +41,17 @@ std::string State() {
 }
 
 // An index of `count` entries, every other one user 1's, the rest 65534's
-// (or none of 65534's). Their report files do not exist.
+// (or none of 65534's), as the scan service appends them (written in place of
+// the index, and read back). Their report files do not exist.
 std::string IndexBytes(int count, bool withNobodys = true) {
-  std::string entries;
-  std::uint32_t kept = 0;
+  fs::remove(kReportIndexPath);
   for (int i = 0; i < count; ++i) {
-    const std::uint32_t owner = i % 2 == 0 ? 1 : 65534;
-    if (owner == 65534 && !withNobodys) continue;
-    const auto entry = testing_support::MakeReportEntry(
-        "Scan" + std::to_string(i), "d" + std::to_string(i),
-        std::string(kReportsDir) + "/gone" + std::to_string(i) + ".rpt", owner);
-    entries.append(reinterpret_cast<const char*>(&entry), sizeof entry);
-    ++kept;
+    if (i % 2 == 1 && !withNobodys) continue;
+    const std::string n = std::to_string(i);
+    testing_support::AppendReportEntry(testing_support::MakeReportEntry(
+        "Scan" + n, "d" + n, std::string(kReportsDir) + "/gone" + n + ".rpt", i % 2 ? 65534 : 1));
   }
-  std::string header(19, '\0');
-  for (int i = 0; i < 4; ++i) header[8 + i] = static_cast<char>(kept >> (8 * i));
-  return header + entries;
+  return harness::ReadFile(kReportIndexPath);
 }
 
 // Runs the command whole a few times to learn how long it takes, then
@@ -103,6 +98,9 @@ TEST(KilledAtRandom, EachChangeLeavesTheOldOrTheNewState) {
   for (int i = 0; i < 30; ++i) dirs.push_back(ScanDir("o" + std::to_string(i)));
   testing_support::StoreScan(testing_support::MakeScan("Target", 65534, dirs));
   const std::string store = harness::ReadFile(kTaskListPath);
+  const std::string forty = IndexBytes(40);
+  const std::string fortyLessNobodys = IndexBytes(40, false);
+  const std::string many = IndexBytes(20000);
   const auto restore = [&](const std::string& index) {
     return [&store, index] {
       for (const char* side : {"-journal", "-wal", "-shm"}) fs::remove(kTaskListPath + std::string(side));
@@ -114,22 +112,21 @@ TEST(KilledAtRandom, EachChangeLeavesTheOldOrTheNewState) {
   for (int i = 0; i < 30; ++i) directories += ScanDir("m" + std::to_string(i)) + (i < 29 ? "\ny\n" : "\nn\n");
   KillRepeatedly("schscan_str_args_add",
                  "Added\n1\nn\n10\n20\n30\n2\nn\nn\nn\nn\nn\n1\n" + directories + "y\n", 65534,
-                 restore(IndexBytes(40)), 100);
+                 restore(forty), 100);
   // New time, every directory removed and 30 others added, as the owner.
   std::string modify = "Target\nn\nn\ny\n1\n2\n3\nn\nn\nn\nn\n";
   for (int i = 0; i <= 30; ++i) modify += "y\n";  // each directory removed, then more added
-  KillRepeatedly("schscan_str_args_modify", modify + directories, 65534, restore(IndexBytes(40)),
-                 100);
-  KillRepeatedly("schscan_args_delrpt", "3\n", 65534, restore(IndexBytes(20000)), 40);
+  KillRepeatedly("schscan_str_args_modify", modify + directories, 65534, restore(forty), 100);
+  KillRepeatedly("schscan_args_delrpt", "3\n", 65534, restore(many), 40);
   // Whatever temporary files the killed rewrites left, none is taken for the
   // index: a whole run still reads and rewrites the index itself.
-  restore(IndexBytes(40))();
+  restore(forty)();
   harness::RunOptions options;
   options.args = {"schscan_args_delrpt"};
   options.input = "3\n";
   options.user = 65534;
   EXPECT_EQ(harness::RunTool(options).exitStatus, 0);
-  EXPECT_EQ(harness::ReadFile(kReportIndexPath), IndexBytes(40, false));
+  EXPECT_EQ(harness::ReadFile(kReportIndexPath), fortyLessNobodys);
 }
 
 }  // namespace

@@ -134,12 +134,10 @@ RunResult RunTool(const RunOptions& options) {
         // the tool is at, or about to reach, its read.
         usleep(20000);
         kill(pid, SIGINT);
-      } else {
-        endInput = next.answer == testing_support::kNoAnswer;
-        if (!endInput) unsent += next.answer + "\n";
+        continue;
       }
-      endInput = endInput || (step + 1 == options.steps.size() &&
-                              next.answer != testing_support::kInterrupt);
+      if (next.answer != testing_support::kNoAnswer) unsent += next.answer + "\n";
+      endInput = next.answer == testing_support::kNoAnswer || step + 1 == options.steps.size();
     }
     if (fds[2].fd >= 0 && unsent.empty() && endInput) {
       close(fds[2].fd);
