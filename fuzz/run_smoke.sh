@@ -20,14 +20,12 @@ seconds=${1:-4}
 shift || true
 build=${FUZZ_BUILD_DIR:-build-fuzz}
 product=${FUZZ_PRODUCT_DIR:-/dev/shm/schscan-fuzz/product}
-jobs=$(nproc)
-((jobs > 2)) && jobs=2
 
 echo "==> Configuring $build (clang, libFuzzer; product directory $product)"
 cmake -S . -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
       -DSCHSCAN_BUILD_FUZZERS=ON -DSCHSCAN_BUILD_TESTS=OFF -DPRODUCT_DIR="$product" > /dev/null
 echo "==> Building the fuzz targets"
-cmake --build "$build" --target fuzzers -j"$jobs" > "$build/fuzz-build.log" 2>&1 ||
+cmake --build "$build" --target fuzzers -j2 > "$build/fuzz-build.log" 2>&1 ||
   { tail -40 "$build/fuzz-build.log"; exit 1; }
 
 if [[ -n "${FUZZ_WORK_DIR:-}" ]]; then
@@ -38,12 +36,8 @@ else
   trap 'rm -rf "$work"' EXIT
 fi
 
-if (($# > 0)); then
-  targets=("$@")
-else
-  targets=()
-  for corpus in fuzz/corpus/*/; do targets+=("$(basename "$corpus")"); done
-fi
+targets=("$@")
+((${#targets[@]} > 0)) || for corpus in fuzz/corpus/*/; do targets+=("$(basename "$corpus")"); done
 
 echo "==> Running ${#targets[@]} targets for ${seconds}s each (work directory $work)"
 failed=()
