@@ -68,6 +68,8 @@ void ApplySeed(const std::string& line) {
     fs::remove(argument);
   } else if (verb == "mkdir") {
     fs::create_directory(argument);
+  } else if (verb == "fifo") {
+    mkfifo(argument.c_str(), 0666);
   } else if (verb == "symlink") {  // in place of what is there: the scratch directories stay
     fs::remove(value);
     fs::create_symlink(argument, value);

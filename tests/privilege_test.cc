@@ -66,10 +66,6 @@ void ExpectRun(const std::string& word, const std::string& input, std::optional<
 std::string AddInput(const std::string& name) {
   return name + "\n1\nn\n10\n20\n30\n2\nn\ny\ny\ny\ny\n4\n" + testing_support::ScanDir("a") + "\nn\ny\n";
 }
-// Keeps everything but the recurrence, which becomes every 5 days.
-std::string ModifyInput(const std::string& name) {
-  return name + "\nn\nn\nn\ny\n5\nn\nn\nn\nn\nn\n";
-}
 
 // Those of `paths` that `user`, without any group but its own, can open for
 // reading or for writing (creating it), a line each.
@@ -149,9 +145,8 @@ TEST_F(Privileges, OrdinaryUsersReachScansAndReportsThroughTheToolOnly) {
   const harness::RunResult view = RunInstalled("--view", "n\n", kNobody);
   EXPECT_NE(view.output.find("NobodyScan"), std::string::npos) << view.output;
   EXPECT_EQ(view.output.find("DaemonScan"), std::string::npos) << view.output;
-  ExpectRun("--modify", ModifyInput("NobodyScan"), kNobody, "NobodyScan was modified");
   EXPECT_EQ(testing_support::DescribeStored("NobodyScan"),
-            "NobodyScan u65534 f0 d0 b0 10:20:30 r5 p0/0/0 o15 a3 [a]");
+            "NobodyScan u65534 f0 d0 b0 10:20:30 r2 p0/0/0 o15 a3 [a]");
   ExpectRun("--delete", "NobodyScan\n", kNobody, "The scheduled scan was deleted");
   EXPECT_EQ(testing_support::DescribeStored("NobodyScan"), "NobodyScan none");
   EXPECT_NE(testing_support::DumpStore().find("DaemonScan u1 "), std::string::npos);
