@@ -74,10 +74,10 @@ void ExerciseStore() {
 #ifdef FUZZ_STORE_ROWS
 
 // Takes bytes off the front of the input; zeros once it is used up.
-class InputBytes {
- public:
-  InputBytes(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
-  std::uint8_t Byte() { return size_ > 0 ? (--size_, *data_++) : 0; }
+struct InputBytes {
+  const std::uint8_t* data;
+  std::size_t size;
+  std::uint8_t Byte() { return size > 0 ? (--size, *data++) : 0; }
   std::int64_t Int64() {
     std::uint64_t value = 0;
     for (int i = 0; i < 8; ++i) value = (value << 8) | Byte();
@@ -85,13 +85,9 @@ class InputBytes {
   }
   std::string Bytes(std::size_t length) {
     std::string bytes;
-    while (bytes.size() < length && size_ > 0) bytes.push_back(static_cast<char>(Byte()));
+    while (bytes.size() < length && size > 0) bytes.push_back(static_cast<char>(Byte()));
     return bytes;
   }
-
- private:
-  const std::uint8_t* data_;
-  std::size_t size_;
 };
 
 void Check(int rc, sqlite3* db) {
@@ -142,7 +138,7 @@ void InsertRows(sqlite3* db, const char* sql, int columns, int maxRows, InputByt
 }
 
 void WriteTaskList(const std::uint8_t* data, std::size_t size) {
-  InputBytes in(data, size);
+  InputBytes in{data, size};
   sqlite3* db = nullptr;
   Check(sqlite3_open_v2(kTaskListPath, &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
         db);

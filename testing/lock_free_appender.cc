@@ -13,17 +13,6 @@
 namespace testing_support {
 namespace {
 
-bool WriteAll(int fd, const void* data, std::size_t size) {
-  for (const char* from = static_cast<const char*>(data); size > 0;) {
-    const ssize_t n = write(fd, from, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    from += n;
-    size -= static_cast<std::size_t>(n);
-  }
-  return true;
-}
-
 void CopyCut(char* field, std::size_t width, const std::string& text) {
   std::memcpy(field, text.data(), std::min(text.size(), width - 1));
 }
@@ -33,7 +22,7 @@ void CopyCut(char* field, std::size_t width, const std::string& text) {
 bool WriteReportFile(const std::string& path, const std::string& text) {
   const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (fd < 0) return false;
-  const bool ok = WriteAll(fd, text.data(), text.size());
+  const bool ok = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
   return close(fd) == 0 && ok && chmod(path.c_str(), 0666) == 0;
 }
 
@@ -65,7 +54,7 @@ bool AppendReportEntry(const tagSCAN_REPORT_ENTRY& entry) {
   ok = close(index) == 0 && ok;
   // Then the entry, at the end of the file as it is by then.
   const int end = open(kReportIndexPath, O_WRONLY | O_APPEND | O_CLOEXEC);
-  ok = end >= 0 && WriteAll(end, &entry, sizeof entry) && ok;
+  ok = end >= 0 && write(end, &entry, sizeof entry) == static_cast<ssize_t>(sizeof entry) && ok;
   if (end >= 0) ok = close(end) == 0 && ok;
   return ok && chmod(kReportIndexPath, 0666) == 0;
 }

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -103,22 +104,19 @@ void SetStoreMode(mode_t mode) {
 
 std::string QueryStore(const std::string& taskList, const char* sql) {
   sqlite3* db = nullptr;
-  std::string value = "(error)";
-  if (sqlite3_open_v2(taskList.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+  std::optional<std::string> first;  // the first column of the first row
+  int rc = sqlite3_open_v2(taskList.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+  if (rc == SQLITE_OK) {
     sqlite3_busy_timeout(db, 30000);
     int persist = 1;  // as the store keeps the side files
     sqlite3_file_control(db, "main", SQLITE_FCNTL_PERSIST_WAL, &persist);
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) == SQLITE_OK) {
-      const int rc = sqlite3_step(statement);
-      const unsigned char* text = rc == SQLITE_ROW ? sqlite3_column_text(statement, 0) : nullptr;
-      if (rc == SQLITE_ROW || rc == SQLITE_DONE)
-        value = text != nullptr ? reinterpret_cast<const char*>(text) : "";
-    }
-    sqlite3_finalize(statement);
+    rc = sqlite3_exec(db, sql, [](void* out, int, char** values, char**) {
+      static_cast<std::optional<std::string>*>(out)->emplace(values[0] ? values[0] : "");
+      return 1;  // no more rows
+    }, &first, nullptr);
   }
   sqlite3_close_v2(db);
-  return value;
+  return rc == SQLITE_OK || (rc == SQLITE_ABORT && first) ? first.value_or("") : "(error)";
 }
 
 void SetStoredColumn(const std::string& name, const char* column, int value) {

@@ -2,12 +2,12 @@
 // SQLite's integrity check and holds either the old or the new scans, and the
 // report index is either the old or the new file. (Storage that refuses a
 // write is the store's and the index's unit tests', and a command path's.)
-#include <time.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -24,12 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing_support::ScanDir;
-
-long long NowMicroseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000000LL + now.tv_nsec / 1000;
-}
 
 // The whole state a command may change, checked: what old and new states are
 // compared by. Opening the store rolls back what a killed run left half done.
@@ -68,9 +62,11 @@ void KillRepeatedly(const std::string& command, const std::string& input, uid_t 
   long long slowest = 0;
   for (int i = 0; i < 3; ++i) {
     restore();
-    const long long start = NowMicroseconds();
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(harness::RunTool(options).exitStatus, 0);
-    slowest = std::max(slowest, NowMicroseconds() - start);
+    const auto took = std::chrono::steady_clock::now() - start;
+    slowest = std::max<long long>(
+        slowest, std::chrono::duration_cast<std::chrono::microseconds>(took).count());
   }
   const std::string newState = State();
   ASSERT_NE(newState, oldState);
