@@ -175,10 +175,16 @@ class TableReader {
 
 }  // namespace
 
-const std::vector<CommandPath>& PathsOf(const std::string& table) {
-  static std::map<std::string, std::vector<CommandPath>> tables;
-  if (!tables.contains(table)) tables[table] = TableReader(table).Read();
-  return tables[table];
+const std::vector<CommandPath>& AllPaths() {
+  static const std::vector<CommandPath> paths = [] {
+    std::vector<CommandPath> all;
+    for (const char* table : {"add", "view", "modify", "delete", "reports", "delreports"}) {
+      std::vector<CommandPath> read = TableReader(table + std::string(".paths")).Read();
+      all.insert(all.end(), read.begin(), read.end());
+    }
+    return all;
+  }();
+  return paths;
 }
 
 void SeedFor(const CommandPath& path) {
@@ -187,7 +193,8 @@ void SeedFor(const CommandPath& path) {
 }
 
 std::string PathName(const testing::TestParamInfo<CommandPath>& info) {
-  std::string name = info.param.what;
+  const std::string& command = info.param.command;
+  std::string name = command.substr(command.rfind('_') + 1) + "_" + info.param.what;
   for (char& c : name) {
     if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
   }

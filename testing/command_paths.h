@@ -35,17 +35,15 @@ struct CommandPath {
   std::string reports;  // ReportsState after the run
 };
 
-inline const char* const kPathTables[] = {"add.paths",    "view.paths",    "modify.paths",
-                                          "delete.paths", "reports.paths", "delreports.paths"};
-
-// The paths of one table of testing/paths/, read once.
-const std::vector<CommandPath>& PathsOf(const std::string& table);
+// The paths of every table of testing/paths/, table by table, read once.
+const std::vector<CommandPath>& AllPaths();
 
 // Seeds the product directory as the path starts from: the standard seed
 // (SeedScansAndReports), then the path's own changes.
 void SeedFor(const CommandPath& path);
 
-// For TEST_P over a table: its cases are named after what each path does.
+// For TEST_P over the paths: each is named after its command word's last part
+// (add, view, modify, delete, reports, delrpt) and what it does.
 using PathTest = testing::TestWithParam<CommandPath>;
 inline void PrintTo(const CommandPath& path, std::ostream* out) { *out << path.what; }
 std::string PathName(const testing::TestParamInfo<CommandPath>& info);

@@ -71,56 +71,43 @@ void ExpectPath(const CommandPath& path) {
 
 TEST_P(PathTest, Run) { ExpectPath(GetParam()); }
 
-INSTANTIATE_TEST_SUITE_P(AddScheduledScan, PathTest, testing::ValuesIn(PathsOf("add.paths")),
-                         PathName);
-INSTANTIATE_TEST_SUITE_P(ViewScheduledScans, PathTest, testing::ValuesIn(PathsOf("view.paths")),
-                         PathName);
-INSTANTIATE_TEST_SUITE_P(ModifyScheduledScan, PathTest,
-                         testing::ValuesIn(PathsOf("modify.paths")), PathName);
-INSTANTIATE_TEST_SUITE_P(DeleteScheduledScan, PathTest,
-                         testing::ValuesIn(PathsOf("delete.paths")), PathName);
-INSTANTIATE_TEST_SUITE_P(ViewScanReports, PathTest, testing::ValuesIn(PathsOf("reports.paths")),
-                         PathName);
-INSTANTIATE_TEST_SUITE_P(DeleteScanReports, PathTest,
-                         testing::ValuesIn(PathsOf("delreports.paths")), PathName);
+INSTANTIATE_TEST_SUITE_P(Commands, PathTest, testing::ValuesIn(AllPaths()), PathName);
 
 TEST(EveryPrompt, EndOfInputAndCtrlCEndTheCommandAndChangeNothing) {
   std::set<std::string> tried;  // command, user, previous prompt and prompt
   int prompts = 0;
-  for (const char* table : kPathTables) {
-    for (const CommandPath& path : PathsOf(table)) {
-      harness::ResetProductDir(false);
-      SeedFor(path);
-      const std::string store = DumpStore();
-      const std::string reports = ReportsState();
-      for (std::size_t i = 0; i < path.steps.size(); ++i) {
-        const std::string& prompt = path.steps[i].prompt;
-        const std::string before = i == 0 ? "" : path.steps[i - 1].prompt;
-        if (!tried.insert(path.command + std::to_string(path.user) + before + "|" + prompt).second)
-          continue;
-        ++prompts;
-        SCOPED_TRACE(path.command + ", " + path.what + ", at: " + prompt);
-        harness::RunOptions options;
-        options.args = {path.command};
-        options.steps.assign(path.steps.begin(), path.steps.begin() + static_cast<long>(i));
-        options.steps.push_back({prompt, kNoAnswer});
-        if (path.user != 0) options.user = path.user;
-        options.timeoutMilliseconds = 2000;
-        const harness::RunResult ended = harness::RunTool(options);
-        options.steps.back().answer = kInterrupt;
-        const harness::RunResult interrupted = harness::RunTool(options);
-        for (const harness::RunResult& run : {ended, interrupted}) {
-          EXPECT_EQ(run.exitStatus, 0);
-          ASSERT_EQ(run.answeredAt.size(), i + 1) << run.output;
-        }
-        EXPECT_TRUE(ended.output.ends_with(prompt + "\n")) << ended.output;
-        EXPECT_EQ(interrupted.output, ended.output);
-        EXPECT_EQ(DumpStore(), store);
-        const std::string now = ReportsState();
-        EXPECT_EQ(path.command == "schscan_args_delrpt" ? now.substr(0, now.find(';')) : now,
-                  path.command == "schscan_args_delrpt" ? reports.substr(0, reports.find(';'))
-                                                         : reports);
+  for (const CommandPath& path : AllPaths()) {
+    harness::ResetProductDir(false);
+    SeedFor(path);
+    const std::string store = DumpStore();
+    const std::string reports = ReportsState();
+    for (std::size_t i = 0; i < path.steps.size(); ++i) {
+      const std::string& prompt = path.steps[i].prompt;
+      const std::string before = i == 0 ? "" : path.steps[i - 1].prompt;
+      if (!tried.insert(path.command + std::to_string(path.user) + before + "|" + prompt).second)
+        continue;
+      ++prompts;
+      SCOPED_TRACE(path.command + ", " + path.what + ", at: " + prompt);
+      harness::RunOptions options;
+      options.args = {path.command};
+      options.steps.assign(path.steps.begin(), path.steps.begin() + static_cast<long>(i));
+      options.steps.push_back({prompt, kNoAnswer});
+      if (path.user != 0) options.user = path.user;
+      options.timeoutMilliseconds = 2000;
+      const harness::RunResult ended = harness::RunTool(options);
+      options.steps.back().answer = kInterrupt;
+      const harness::RunResult interrupted = harness::RunTool(options);
+      for (const harness::RunResult& run : {ended, interrupted}) {
+        EXPECT_EQ(run.exitStatus, 0);
+        ASSERT_EQ(run.answeredAt.size(), i + 1) << run.output;
       }
+      EXPECT_TRUE(ended.output.ends_with(prompt + "\n")) << ended.output;
+      EXPECT_EQ(interrupted.output, ended.output);
+      EXPECT_EQ(DumpStore(), store);
+      const std::string now = ReportsState();
+      EXPECT_EQ(path.command == "schscan_args_delrpt" ? now.substr(0, now.find(';')) : now,
+                path.command == "schscan_args_delrpt" ? reports.substr(0, reports.find(';'))
+                                                       : reports);
     }
   }
   RecordProperty("prompts", prompts);
@@ -180,24 +167,17 @@ TEST(Races, AnEntryChangedAfterTheTableIsNotShown) {
   EXPECT_TRUE(run.output.ends_with("\nschscan_msg_enter_rptno:")) << run.output;
 }
 
-std::string Replace(std::string text, const std::string& from, const std::string& to) {
-  for (std::size_t at = text.find(from); at != std::string::npos;
-       at = text.find(from, at + to.size()))
-    text.replace(at, from.size(), to);
-  return text;
-}
-
-std::string ScanDirRoot() {
-  const std::string a = testing_support::ScanDir("a");
-  return a.substr(0, a.size() - 2);
-}
-
 // Placeholders to paths, or (`back`) paths to placeholders.
 std::string Substitute(std::string text, bool back) {
+  const std::string scanDirs = ScanDir("a").substr(0, ScanDir("a").size() - 2);
   const std::pair<std::string, std::string> names[] = {
-      {"@SCAN_DIR@", ScanDirRoot()}, {"@TOOL@", harness::ToolPath()}, {"@PRODUCT_DIR@", kProductDir}};
-  for (const auto& [placeholder, path] : names)
-    text = back ? Replace(text, path, placeholder) : Replace(text, placeholder, path);
+      {"@SCAN_DIR@", scanDirs}, {"@TOOL@", harness::ToolPath()}, {"@PRODUCT_DIR@", kProductDir}};
+  for (const auto& [placeholder, path] : names) {
+    const std::string& from = back ? path : placeholder;
+    const std::string& to = back ? placeholder : path;
+    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+      text.replace(at, from.size(), to);
+  }
   return text;
 }
 
