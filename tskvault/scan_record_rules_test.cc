@@ -40,6 +40,7 @@ TEST(ScanRecordRules, AllowedValues) {
       {"every 91 days", "u1000 f0 d0 b0 10:20:30 r91 p1/3/0 o1 a0", false},
       {"every 16 weeks", "u1000 f1 d7 b0 10:20:30 r16 p1/3/0 o1 a0", false},
       {"first boot ignores time and repeat", "u1000 f0 d0 b1 -5:20:30 r0 p9/3/0 o1 a0", true},
+      {"first boot flag 2", "u1000 f0 d0 b2 10:20:30 r2 p1/3/0 o1 a0", false},
       {"every 1439 minutes", "u1000 f0 d0 b0 10:20:30 r2 p1/1439/1 o1 a0", true},
       {"every 1440 minutes", "u1000 f0 d0 b0 10:20:30 r2 p1/1440/1 o1 a0", false},
       {"every 23 hours", "u1000 f0 d0 b0 10:20:30 r2 p1/23/0 o1 a0", true},
