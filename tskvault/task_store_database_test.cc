@@ -42,7 +42,10 @@ TEST(TaskStoreDatabase, FirstAddCreatesTheFileWithMode0660WhateverTheUmask) {
   }
 }
 
-TEST(TaskStoreDatabase, AnythingButATaskListIsAnOperationError) {
+// Anything but a task list is an operation error; an empty file (as a run
+// that died right after creating it leaves) is a store without scans; a
+// missing directory is no store, and none can be made there.
+TEST(TaskStoreDatabase, CodesForFilesItDidNotWrite) {
   ScratchDirectory scratch;
   const std::string garbage = scratch / "garbage.inf";
   std::ofstream(garbage) << std::string(4096, 'x');
@@ -57,14 +60,13 @@ TEST(TaskStoreDatabase, AnythingButATaskListIsAnOperationError) {
     EXPECT_EQ(ListCode(store), SCHSCAN_ERR_LIST_OPERATION) << store;
     EXPECT_EQ(AddScan(MakeScan("New", 0), store.c_str()), SCHSCAN_ERR_LIST_OPERATION) << store;
   }
-}
-
-TEST(TaskStoreDatabase, AnEmptyFileIsAStoreWithoutScans) {
-  ScratchDirectory scratch;
-  const std::string store = scratch / "tsklst.inf";
-  std::ofstream(store).close();  // as left by a run that died right after creating it
-  EXPECT_EQ(ListCode(store), SCHSCAN_OK);
-  EXPECT_EQ(AddScan(MakeScan("First", 0), store.c_str()), SCHSCAN_OK);
+  const std::string empty = scratch / "empty.inf";
+  std::ofstream(empty).close();
+  EXPECT_EQ(ListCode(empty), SCHSCAN_OK);
+  EXPECT_EQ(AddScan(MakeScan("First", 0), empty.c_str()), SCHSCAN_OK);
+  const std::string nowhere = scratch / "no/such/dir/tsklst.inf";
+  EXPECT_EQ(AddScan(MakeScan("First", 0), nowhere.c_str()), SCHSCAN_ERR_LIST_ACCESS);
+  EXPECT_EQ(ListCode(nowhere), SCHSCAN_ERR_LIST_NOT_FOUND);
 }
 
 // A change that cannot be written (past a file size limit, as on a full
@@ -89,13 +91,6 @@ TEST(TaskStoreDatabase, AChangeThatCannotBeWrittenChangesNothing) {
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   EXPECT_EQ(QueryStore(store, "PRAGMA integrity_check"), "ok");
   EXPECT_EQ(QueryStore(store, "SELECT group_concat(name) FROM scans"), "First");
-}
-
-TEST(TaskStoreDatabase, MissingDirectory) {
-  ScratchDirectory scratch;
-  const std::string store = scratch / "no/such/dir/tsklst.inf";
-  EXPECT_EQ(AddScan(MakeScan("First", 0), store.c_str()), SCHSCAN_ERR_LIST_ACCESS);
-  EXPECT_EQ(ListCode(store), SCHSCAN_ERR_LIST_NOT_FOUND);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 
 #include <cstring>
 #include <ctime>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -137,15 +136,14 @@ TEST(TaskStore, ListsEachOwnersScansInCreationOrder) {
 // and changes nothing.
 TEST(TaskStore, RefusesRecordsAgainstTheRules) {
   Seed();
-  tagSCHEDULE_SCAN_ENTRY late = MakeScan("Mine", kAlice);
-  late.nHour = 24;
-  tagSCHEDULE_SCAN_ENTRY empty = MakeScan("New", kAlice);
-  empty.vecScanItems.Clear();
+  tagSCHEDULE_SCAN_ENTRY late = testing_support::ScanFrom("Mine u1000 f0 d0 b0 24:20:30 r2 p1/3/0 o1 a0 [a]");
   std::uint32_t code = SCHSCAN_OK;
   EXPECT_FALSE(ModifyScheduleScanTask(kTaskListPath, &late, kAlice, &code));
   EXPECT_EQ(code, SCHSCAN_ERR_LIST_OPERATION);
-  std::memcpy(late.szScanName, "New", 4);
-  EXPECT_EQ(AddScan(late), SCHSCAN_ERR_LIST_OPERATION);
+  EXPECT_EQ(AddScan(testing_support::ScanFrom("New u1000 f0 d0 b0 24:20:30 r2 p1/3/0 o1 a0 [a]")),
+            SCHSCAN_ERR_LIST_OPERATION);
+  tagSCHEDULE_SCAN_ENTRY empty = MakeScan("New", kAlice);
+  empty.vecScanItems.Clear();
   EXPECT_EQ(AddScan(empty), SCHSCAN_ERR_LIST_OPERATION);
   EXPECT_EQ(testing_support::DescribeStored("Mine"),
             testing_support::Describe(MakeScan("Mine", kAlice)));
@@ -209,28 +207,22 @@ TEST(TaskStore, AnchorsFollowScheduleChangesOnly) {
   Seed();
   const std::int64_t now = std::time(nullptr);
   EXPECT_NEAR(static_cast<double>(AnchorOf("Mine")), static_cast<double>(now), 5);
+  // "Mine" as stored is u1000 f0 d0 b0 10:20:30 r2 p1/3/0 o1 a0 [a].
   const struct {
     const char* what;
-    std::function<void(tagSCHEDULE_SCAN_ENTRY&)> change;
+    const char* changed;
     bool moves;
   } changes[] = {
-      {"directories, options, action, repeat",
-       [](auto& e) {
-         e.vecScanItems.AppendPath("/more");
-         e.byScanOptions = 0x0f;
-         e.nScanAction = ACTION_DELETE;
-         e.nRepeatInterval = 7;
-       },
+      {"directories, options, action, repeat", "u1000 f0 d0 b0 10:20:30 r2 p1/7/0 o15 a2 [a /more]",
        false},
-      {"frequency", [](auto& e) { e.byFrequency = FREQ_WEEKLY, e.byWeekDay = 2; }, true},
-      {"start time", [](auto& e) { e.nSecond = 31; }, true},
-      {"recurrence", [](auto& e) { e.nRecurEvery = 3; }, true},
-      {"first boot", [](auto& e) { e.bFirstBootScan = 1; }, true},
+      {"frequency", "u1000 f1 d2 b0 10:20:30 r2 p1/3/0 o1 a0 [a]", true},
+      {"start time", "u1000 f0 d0 b0 10:20:31 r2 p1/3/0 o1 a0 [a]", true},
+      {"recurrence", "u1000 f0 d0 b0 10:20:30 r3 p1/3/0 o1 a0 [a]", true},
+      {"first boot", "u1000 f0 d0 b1 10:20:30 r2 p1/3/0 o1 a0 [a]", true},
   };
   for (const auto& c : changes) {
     ASSERT_EQ(QueryStore(kTaskListPath, "UPDATE scans SET anchor = 1000"), "");
-    tagSCHEDULE_SCAN_ENTRY entry = MakeScan("Mine", kAlice);
-    c.change(entry);
+    tagSCHEDULE_SCAN_ENTRY entry = testing_support::ScanFrom(std::string("Mine ") + c.changed);
     std::uint32_t code = SCHSCAN_OK;
     ASSERT_TRUE(ModifyScheduleScanTask(kTaskListPath, &entry, kAlice, &code)) << code;
     EXPECT_EQ(AnchorOf("Mine") != 1000, c.moves) << c.what;
