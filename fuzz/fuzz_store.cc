@@ -12,8 +12,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -90,10 +88,9 @@ struct InputBytes {
   }
 };
 
+// Building the task list must succeed; SQLite's message says why it did not.
 void Check(int rc, sqlite3* db) {
-  if (rc == SQLITE_OK || rc == SQLITE_DONE) return;
-  std::fprintf(stderr, "building the task list failed: %s\n", sqlite3_errmsg(db));
-  std::abort();
+  fuzz::Require(rc == SQLITE_OK || rc == SQLITE_DONE, sqlite3_errmsg(db));
 }
 
 // Binds one value of the kind that the next input byte chooses. Lengths

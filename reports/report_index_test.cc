@@ -16,7 +16,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <iterator>
 #include <filesystem>
 #include <fstream>

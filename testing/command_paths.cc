@@ -33,11 +33,8 @@ std::string Text(const std::string& raw) {
       const std::size_t end = raw.find('}', i);
       text += ScanDir(raw.substr(i + 5, end - i - 5));
       i = end;
-    } else if (raw.compare(i, 9, "{reports}") == 0) {
-      text += kReportsDir;
-      i += 8;
-    } else if (raw.compare(i, 9, "{product}") == 0) {
-      text += kProductDir;
+    } else if (raw.compare(i, 9, "{reports}") == 0 || raw.compare(i, 9, "{product}") == 0) {
+      text += raw[i + 1] == 'r' ? kReportsDir : kProductDir;
       i += 8;
     } else {
       text.push_back(raw[i]);

@@ -141,15 +141,6 @@ std::string Describe(const tagSCHEDULE_SCAN_ENTRY& scan) {
   return text + "]";
 }
 
-std::string DescribeStored(const std::string& name) {
-  tagSCHEDULE_SCAN_ENTRY scan;
-  PrepareNewScheduleScanEntry(&scan);
-  std::memcpy(scan.szScanName, name.data(), std::min(name.size(), SCAN_NAME_SIZE - 1));
-  std::uint32_t code = SCHSCAN_OK;
-  if (!GetScheduleScanTaskDetails(kTaskListPath, &scan, 0, &code)) return name + " none";
-  return Describe(scan);
-}
-
 std::string DumpStore() {
   ScheduleScanList scans;
   std::uint32_t code = SCHSCAN_OK;
@@ -158,6 +149,14 @@ std::string DumpStore() {
   std::string dump;
   for (const tagSCHEDULE_SCAN_ENTRY& scan : scans) dump += Describe(scan) + "\n";
   return dump;
+}
+
+std::string DescribeStored(const std::string& name) {
+  std::istringstream dump(DumpStore());
+  for (std::string line; std::getline(dump, line);) {
+    if (line.starts_with(name + " ")) return line;
+  }
+  return name + " none";
 }
 
 tagSCHEDULE_SCAN_ENTRY ScanFrom(const std::string& description) {

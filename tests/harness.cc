@@ -145,7 +145,6 @@ RunResult RunTool(const RunOptions& options) {
     }
     const long long now = NowMicroseconds();
     if (now >= deadline) {
-      result.timedOut = true;
       kill(pid, SIGKILL);
       break;
     }

@@ -27,7 +27,7 @@ struct RunOptions {
   std::optional<uid_t> user;             // run under this user and group id (needs root)
   std::vector<std::string> environment;  // "NAME=value", besides PATH and LANG
   std::string program;                   // the tool to run; empty: ToolPath()
-  int timeoutMilliseconds = 20000;       // then SIGKILL, and timedOut is set
+  int timeoutMilliseconds = 20000;       // then SIGKILL
   // SIGKILL this many microseconds after the tool was started.
   std::optional<long> killAfterMicroseconds;
   // Called with the tool's process id and all output so far, each time more
@@ -40,8 +40,7 @@ struct RunResult {
   std::string output;
   std::string errors;                   // standard error
   std::vector<std::size_t> answeredAt;  // the output's length as each step was answered
-  int exitStatus = -1;                  // -1 when the tool did not exit normally
-  bool timedOut = false;
+  int exitStatus = -1;  // -1 when the tool did not exit normally, or was killed at the timeout
 };
 
 // Empties the product directory and lays it out as an install does (task

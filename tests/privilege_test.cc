@@ -90,9 +90,8 @@ std::string ModeAndGroup(const std::string& path) {
 // The "Gid:" and "Groups:" lines of a process.
 std::string GroupLines(pid_t pid) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  std::string line;
   std::string lines;
-  while (std::getline(status, line)) {
+  for (std::string line; std::getline(status, line);) {
     if (line.rfind("Gid:", 0) != 0 && line.rfind("Groups:", 0) != 0) continue;
     lines += line.substr(0, line.find_last_not_of(" \t") + 1) + "\n";
   }
@@ -198,16 +197,6 @@ TEST_F(Privileges, PagerRunsWithoutTheToolsGroupOrTheReportFile) {
   EXPECT_EQ(toolGroups, "Gid:\t65534\t54321\t54321\t54321\nGroups:\n");  // the test's premise
   EXPECT_EQ(pagerGroups, "Gid:\t65534\t65534\t65534\t65534\nGroups:\n");
   EXPECT_TRUE(pagerInput.starts_with("pipe:")) << pagerInput;
-}
-
-TEST_F(Privileges, InstallWithoutTheGroupServesRootAlone) {
-  Install("");
-  EXPECT_EQ(ModeAndGroup(kInstalledTool), "755 0");
-  ExpectRun("--add", AddInput("RootScan"), std::nullopt, "The scheduled scan RootScan was added");
-  // An ordinary user gets a clear refusal from the store it cannot open.
-  ExpectRun("--view", "", kNobody, "The scheduled scan list could not be read");
-  ExpectRun("--reports", "", kNobody, "There are no reports to view");
-  EXPECT_EQ(testing_support::DumpStore(), "RootScan u0 f0 d0 b0 10:20:30 r2 p0/0/0 o15 a3 [a]\n");
 }
 
 }  // namespace
