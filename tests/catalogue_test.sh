@@ -41,7 +41,8 @@ status=0
 printed=0
 for signature in "${signatures[@]}"; do
   want=${signature%% *}
-  keywords=$(sed 's/\([^ ]\+\)/--keyword=\1/g' <<<"${signature#* }")
+  read -ra functions <<<"${signature#* }"
+  keywords=("${functions[@]/#/--keyword=}")
   while IFS=$'\t' read -r key _; do
     printed=$((printed + 1))
     if [[ -z ${text[$key]+set} ]]; then
@@ -51,7 +52,7 @@ for signature in "${signatures[@]}"; do
       echo "the key \"$key\" is printed with \"$want\", its text is \"${text[$key]}\""
       status=1
     fi
-  done < <(xgettext --language=C++ --from-code=UTF-8 --no-wrap -k $keywords --omit-header \
+  done < <(xgettext --language=C++ --from-code=UTF-8 --no-wrap -k "${keywords[@]}" --omit-header \
              --no-location -o - "${sources[@]}" | entries)
 done
 # The parsing and the extraction themselves worked.
