@@ -82,7 +82,7 @@ std::string TaskListFile(const char* path) {
   const ssize_t length = readlink(path, target, sizeof target - 1);
   if (length <= 0) return path;  // not a link
   const std::string link = path;
-  const std::string named(target, static_cast<std::size_t>(length));
+  std::string named(target, static_cast<std::size_t>(length));
   if (named[0] == '/' || link.find('/') == std::string::npos) return named;
   return link.substr(0, link.rfind('/') + 1) + named;
 }
