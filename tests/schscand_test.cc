@@ -333,6 +333,13 @@ TEST_F(Schscand, RefusalsAndFaults) {
   EXPECT_NE(ReportOf(IndexOf("Daily").at(0)).find("Result:           error: the signature database did not load"),
             std::string::npos);
   EXPECT_TRUE(IndexOf("Orphan").empty());
+  // A state directory that is a symbolic link is refused, not followed.
+  fs::remove_all(kStateDir);
+  fs::create_directory_symlink(scratch_.path(), kStateDir);
+  const Ran linked = RunScan("Daily");
+  EXPECT_EQ(linked.status, 2);
+  EXPECT_NE(linked.err.find(std::string(kStateDir) + " is not a directory"), std::string::npos) << linked.err;
+  fs::remove(kStateDir);
 }
 
 // A scan added while the service runs runs at its time; a first-boot scan

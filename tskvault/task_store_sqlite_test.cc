@@ -51,17 +51,18 @@ std::vector<std::string> Names(std::uint32_t user) {
 
 enum class Call { kMustBeNew, kAdd, kMustExist, kDetails, kModify, kDelete };
 
-std::uint32_t CodeOf(Call call, const std::string& name, std::uint32_t user) {
+std::uint32_t CodeOf(Call call, const std::string& name, std::uint32_t user,
+                     const char* store = kTaskListPath) {
   tagSCHEDULE_SCAN_ENTRY entry = MakeScan(name, user, {"/changed"});
   std::uint32_t code = SCHSCAN_OK;
   bool done = false;
   switch (call) {
     case Call::kMustBeNew: done = ValidateTaskName(name.c_str(), kNameMustBeNew, user, &code); break;
-    case Call::kAdd: done = AddScheduleScanTask(kTaskListPath, &entry, &code); break;
+    case Call::kAdd: done = AddScheduleScanTask(store, &entry, &code); break;
     case Call::kMustExist: done = ValidateTaskName(name.c_str(), kNameMustExist, user, &code); break;
-    case Call::kDetails: done = GetScheduleScanTaskDetails(kTaskListPath, &entry, user, &code); break;
-    case Call::kModify: done = ModifyScheduleScanTask(kTaskListPath, &entry, user, &code); break;
-    case Call::kDelete: done = DeleteScheduleScanTask(kTaskListPath, name.c_str(), user, &code); break;
+    case Call::kDetails: done = GetScheduleScanTaskDetails(store, &entry, user, &code); break;
+    case Call::kModify: done = ModifyScheduleScanTask(store, &entry, user, &code); break;
+    case Call::kDelete: done = DeleteScheduleScanTask(store, name.c_str(), user, &code); break;
   }
   return done ? SCHSCAN_OK : code;
 }
@@ -99,6 +100,12 @@ TEST(TaskStore, CodesOfTheCallsThatTakeAName) {
   std::uint32_t code = SCHSCAN_OK;
   EXPECT_FALSE(ValidateTaskName("Mine", 7, kAlice, &code));
   EXPECT_EQ(code, SCHSCAN_ERR_LIST_OPERATION);
+  // No store path at all is a store that cannot be opened.
+  for (const Call call : {Call::kAdd, Call::kDetails, Call::kModify, Call::kDelete})
+    EXPECT_EQ(CodeOf(call, "Mine", kAlice, nullptr), SCHSCAN_ERR_LIST_ACCESS);
+  ScheduleScanList list;
+  EXPECT_FALSE(ReadScheduleScanTaskList(nullptr, list, kAlice, &code));
+  EXPECT_EQ(code, SCHSCAN_ERR_LIST_ACCESS);
 }
 
 TEST(TaskStore, ListsEachOwnersScansInCreationOrder) {
