@@ -7,11 +7,10 @@
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <map>
-#include <thread>
 
 #include "taskstore/schedule_scan_entry.h"
+#include "testing/scan_fixtures.h"
 #include "testing/signature_database.h"
 
 namespace {
@@ -33,17 +32,8 @@ std::string Reported(const char* signature) { return std::string(signature) + ".
 class ScanEngineTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = ::testing::TempDir() + "scan_engine_XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr) << std::strerror(errno);
-    root_ = pattern;
-    database_ = root_ + "/db";
     ASSERT_EQ(mkdir(database_.c_str(), 0700), 0) << std::strerror(errno);
     testing_support::WriteSignatureDatabase(database_);
-  }
-  void TearDown() override {
-    std::error_code error;
-    std::filesystem::remove_all(root_, error);
-    EXPECT_FALSE(error) << error.message();
   }
 
   std::unique_ptr<ScanEngine> MustLoad(std::uint8_t options) {
@@ -70,8 +60,9 @@ class ScanEngineTest : public ::testing::Test {
     return verdict;
   }
 
-  std::string root_;
-  std::string database_;
+  testing_support::ScratchDirectory scratch_;
+  const std::string root_ = scratch_.path();
+  const std::string database_ = scratch_ / "db";
 };
 
 TEST_F(ScanEngineTest, VerdictsFollowTheOptionBits) {
@@ -194,30 +185,6 @@ TEST_F(ScanEngineTest, UnreadableFileIsAnErrorNamingIt) {
     EXPECT_EQ(verdict.error, "/the/dir: Is a directory");
   }
   EXPECT_EQ(close(fd), 0);
-}
-
-TEST_F(ScanEngineTest, TwoThreadsScanWithOneEngine) {
-  const auto engine = MustLoad(kEvery);
-  ASSERT_NE(engine, nullptr);
-  const std::string marked = WriteSample(Sample::kPuaAndMarker);
-  const std::string zipped = WriteSample(Sample::kZippedMarker);
-  const std::string clean = WriteSample(Sample::kClean);
-  int wrong[2] = {0, 0};
-  const auto work = [&](int* count) {
-    for (int i = 0; i < 40; ++i) {
-      const FileVerdict a = ScanPath(*engine, marked);
-      const FileVerdict b = ScanPath(*engine, zipped);
-      const FileVerdict c = ScanPath(*engine, clean);
-      if (a.signature != Reported(testing_support::kMarkerSignature)) ++*count;
-      if (b.signature != Reported(testing_support::kMarkerSignature)) ++*count;
-      if (c.verdict != Verdict::kClean) ++*count;
-    }
-  };
-  std::thread other(work, &wrong[0]);
-  work(&wrong[1]);
-  other.join();
-  EXPECT_EQ(wrong[0], 0);
-  EXPECT_EQ(wrong[1], 0);
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
 #include "service/tree_scan.h"
 
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/vfs.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +10,7 @@
 #include <map>
 #include <tuple>
 
+#include "testing/scan_fixtures.h"
 #include "testing/signature_database.h"
 
 namespace {
@@ -62,14 +61,22 @@ struct Sink : service::TreeScanSink {
 class TreeScanTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = ::testing::TempDir() + "tree_scan_XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr) << std::strerror(errno);
-    base_ = pattern;
-    tree_ = base_ + "/tree";
-    for (const char* dir : {"/db", "/outside/dir", "/tree/a/b/c", "/tree/many"}) {
-      std::filesystem::create_directories(base_ + dir);
-    }
+    std::filesystem::create_directories(base_ + "/db");
+    std::filesystem::create_directories(base_ + "/outside/dir");
     testing_support::WriteSignatureDatabase(base_ + "/db");
+    testing_support::WriteFile(base_ + "/outside/dir/marker.txt", SampleContent(Sample::kMarker));
+    ASSERT_EQ(symlink("tree", (base_ + "/rootlink").c_str()), 0);
+    std::string error;
+    engine_ = service::ScanEngine::Load(base_ + "/db", SCAN_OPT_ARCHIVE, &error);
+    ASSERT_NE(engine_, nullptr) << error;
+    MakeTree();
+  }
+
+  // The tree afresh: samples, links out of it, a FIFO.
+  void MakeTree() {
+    std::filesystem::remove_all(tree_);
+    std::filesystem::create_directories(tree_ + "/a/b/c");
+    std::filesystem::create_directories(tree_ + "/many");
     files_ = {{"marker.txt", Sample::kMarker},    {"eicar.com", Sample::kEicar},
               {"clean.txt", Sample::kClean},      {"archive.zip", Sample::kZippedMarker},
               {"core", Sample::kElfCore},         {"a/b/note.txt", Sample::kClean},
@@ -78,23 +85,19 @@ class TreeScanTest : public ::testing::Test {
       files_["many/" + std::to_string(i)] = i % 3 ? Sample::kClean : Sample::kMarker;
     for (const auto& [name, sample] : files_)
       testing_support::WriteFile(tree_ + "/" + name, SampleContent(sample));
-    testing_support::WriteFile(base_ + "/outside/dir/marker.txt", SampleContent(Sample::kMarker));
     ASSERT_EQ(symlink("../outside/dir/marker.txt", (tree_ + "/link").c_str()), 0);
     ASSERT_EQ(symlink("../outside/dir", (tree_ + "/dirlink").c_str()), 0);
-    ASSERT_EQ(symlink("tree", (base_ + "/rootlink").c_str()), 0);
     ASSERT_EQ(mkfifo((tree_ + "/fifo").c_str(), 0600), 0) << std::strerror(errno);
-    std::string error;
-    engine_ = service::ScanEngine::Load(base_ + "/db", SCAN_OPT_ARCHIVE, &error);
-    ASSERT_NE(engine_, nullptr) << error;
   }
-  void TearDown() override { std::filesystem::remove_all(base_); }
 
   TreeScanTotals Scan(const service::TreeScanRequest& request, Sink& sink) {
     const std::atomic<bool> stop(false);
     return service::ScanTrees(request, *engine_, sink, stop);
   }
 
-  std::string base_, tree_;
+  testing_support::ScratchDirectory scratch_;
+  const std::string base_ = scratch_.path();
+  const std::string tree_ = scratch_ / "tree";
   std::map<std::string, Sample> files_;
   std::unique_ptr<service::ScanEngine> engine_;
 };
@@ -121,8 +124,7 @@ TEST_F(TreeScanTest, ActsOnEveryInfectedFileAsTheActionSaysOnAnyNumberOfThreads)
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.done);
-    TearDown();
-    SetUp();
+    MakeTree();
     Sink sink;
     sink.keep = row.keep;
     const std::string root = base_ + "/rootlink";  // a link that is a root is followed
@@ -173,36 +175,6 @@ TEST_F(TreeScanTest, StopsWhenToldAndSkipsPseudoFileSystems) {
     EXPECT_EQ(totals.files == 0, !stopAtDetection) << root;
     EXPECT_EQ(totals.errors + sink.notAccessible.size(), 0u) << root;
   }
-}
-
-TEST_F(TreeScanTest, ReportsWhatTheScanOwnerCannotReach) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root, to scan as another user";
-  const std::string shared = base_ + "/shared";
-  std::filesystem::create_directories(shared + "/locked");
-  testing_support::WriteFile(shared + "/locked/marker.txt", SampleContent(Sample::kMarker));
-  testing_support::WriteFile(shared + "/secret.txt", SampleContent(Sample::kClean));
-  testing_support::WriteFile(shared + "/marker.txt", SampleContent(Sample::kMarker));
-  for (const auto& [path, mode] :
-       {std::pair(base_, 0755), {shared + "/locked", 0700}, {shared + "/secret.txt", 0600}}) {
-    ASSERT_EQ(chmod(path.c_str(), static_cast<mode_t>(mode)), 0) << std::strerror(errno);
-  }
-  const pid_t child = fork();
-  ASSERT_GE(child, 0) << std::strerror(errno);
-  if (child == 0) {
-    // No ASSERT here: a failed one would return into the test runner.
-    Sink sink;
-    if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(2);
-    EXPECT_EQ(Scan({{shared}, ACTION_DELETE, 2}, sink).files, 1u);
-    EXPECT_EQ(sink.notAccessible, (Paths{{shared + "/locked", "Permission denied"},
-                                         {shared + "/secret.txt", "Permission denied"}}));
-    EXPECT_EQ(sink.found,
-              (Paths{{shared + "/marker.txt", std::string(testing_support::kMarkerSignature) +
-                                                  ".UNOFFICIAL: not deleted: Permission denied"}}));
-    _exit(HasFailure() ? 1 : 0);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0) << "the scan as user 65534 went wrong (its messages are above)";
 }
 
 }  // namespace

@@ -278,6 +278,8 @@ TEST_F(Schscand, AUsersScanReachesWhatTheUserMay) {
     testing_support::WriteFile(tree + "/private/marker.bin", SampleContent(Sample::kMarker));
     testing_support::WriteFile(tree + "/roots.bin", SampleContent(Sample::kMarker));
     ASSERT_EQ(chmod((tree + "/roots.bin").c_str(), 0644), 0);
+    testing_support::WriteFile(tree + "/secret.bin", SampleContent(Sample::kMarker));
+    ASSERT_EQ(chmod((tree + "/secret.bin").c_str(), 0600), 0);
     Store("Reach", kNobody, tree, action);
     EXPECT_EQ(RunScan("Reach").status, 1);
     const std::string report = ReportOf(IndexOf("Reach").at(0));
@@ -286,6 +288,7 @@ TEST_F(Schscand, AUsersScanReachesWhatTheUserMay) {
     EXPECT_NE(report.find("Not accessible (path, reason):\n" + tree + "/private\tPermission denied\n"),
               std::string::npos) << report;
     EXPECT_EQ(report.find("private/marker.bin"), std::string::npos) << report;
+    EXPECT_NE(report.find("\n" + tree + "/secret.bin\tPermission denied\n"), std::string::npos) << report;
     EXPECT_TRUE(fs::exists(tree + "/roots.bin"));
     EXPECT_EQ(Run({"--quarantine"}).out, "");
   }
