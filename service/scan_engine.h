@@ -33,11 +33,6 @@ class ScanEngine {
   ScanEngine& operator=(const ScanEngine&) = delete;
   ~ScanEngine();
 
-  // How many signatures were loaded.
-  unsigned Signatures() const { return signatures_; }
-  // The databases' version number as text, or "unversioned" when none of
-  // them carries one (our own databases).
-  std::string DatabaseVersion() const;
   // "version 27000, 8700000 signatures", or "unversioned, 3 signatures".
   std::string Description() const;
 
@@ -51,6 +46,9 @@ class ScanEngine {
   FileVerdict Scan(int fd, const char* path) const;
 
  private:
+  // The databases' version number as text, or "unversioned" when none of
+  // them carries one (our own databases).
+  std::string DatabaseVersion() const;
   ScanEngine(cl_engine* engine, std::uint8_t scanOptions);
 
   cl_engine* engine_;

@@ -165,15 +165,6 @@ TEST_F(ScanEngineTest, LoadReportsWhyItFailed) {
   }
 }
 
-TEST_F(ScanEngineTest, CountsSignaturesAndNamesCustomDatabasesUnversioned) {
-  const auto plain = MustLoad(0);
-  const auto withPua = MustLoad(kSpyware);
-  ASSERT_TRUE(plain && withPua);
-  EXPECT_EQ(plain->Signatures(), 3u);  // the PUA signature is left out
-  EXPECT_EQ(withPua->Signatures(), 4u);
-  EXPECT_EQ(plain->DatabaseVersion(), "unversioned");
-}
-
 TEST_F(ScanEngineTest, UnreadableFileIsAnErrorNamingIt) {
   const int fd = open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   ASSERT_GE(fd, 0) << std::strerror(errno);

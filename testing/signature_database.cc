@@ -1,11 +1,10 @@
 #include "testing/signature_database.h"
 
 #include <clamav.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -154,20 +153,10 @@ std::string SampleContent(Sample sample) {
 }
 
 void WriteFile(const std::string& path, const std::string& content) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) throw std::system_error(errno, std::generic_category(), "open " + path);
-  std::size_t done = 0;
-  while (done < content.size()) {
-    const ssize_t wrote = write(fd, content.data() + done, content.size() - done);
-    if (wrote < 0 && errno == EINTR) continue;
-    if (wrote < 0) {
-      const int saved = errno;
-      static_cast<void>(close(fd));
-      throw std::system_error(saved, std::generic_category(), "write " + path);
-    }
-    done += static_cast<std::size_t>(wrote);
-  }
-  if (close(fd) != 0) throw std::system_error(errno, std::generic_category(), "close " + path);
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << content;
+  out.close();
+  if (!out) throw std::system_error(errno, std::generic_category(), "cannot write " + path);
 }
 
 }  // namespace testing_support

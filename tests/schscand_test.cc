@@ -197,6 +197,7 @@ TEST_F(Schscand, ARunOfAScanAddedWithTheToolShowsInTheTool) {
   EXPECT_NE(report.find("Owner:            nobody (65534)\n"), std::string::npos) << report;
   EXPECT_NE(report.find("Result:           4 infected\n"), std::string::npos) << report;
   EXPECT_NE(report.find("Files scanned:    5\n"), std::string::npos) << report;
+  EXPECT_NE(report.find("Signatures:       unversioned, 3 signatures\n"), std::string::npos) << report;
 
   harness::RunOptions view;
   view.args = {"--reports"};
