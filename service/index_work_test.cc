@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
-#include <sys/wait.h>
 
 #include <filesystem>
 #include <string>
@@ -107,39 +106,6 @@ TEST_F(IndexWork, TrimKeepsTheNewestReportsOfEachScan) {
   EXPECT_EQ(update, IndexUpdate::kDone);
   EXPECT_EQ(IndexEntries(), (std::vector<std::string>{"Scan/7/4", "Scan/8/o"}));
   EXPECT_FALSE(fs::exists(paths[2]));
-}
-
-// Entries appended while other processes rewrite the index to take entries
-// out all stay, in the order they were appended.
-TEST_F(IndexWork, AppendsRacingRewritesLoseNothing) {
-  constexpr int kAppends = 600;
-  const pid_t appender = fork();
-  ASSERT_GE(appender, 0);
-  if (appender == 0) {
-    for (int i = 0; i < kAppends; ++i) {
-      const auto entry = MakeReportEntry("Kept", std::to_string(i), "/r", 8);
-      if (AppendReportIndexEntry(entry, std::chrono::seconds(10)) != IndexUpdate::kDone) _exit(1);
-    }
-    _exit(0);
-  }
-  int status = 0;
-  int rewrites = 0;
-  while (waitpid(appender, &status, WNOHANG) == 0) {
-    ASSERT_EQ(AppendReportIndexEntry(MakeReportEntry("Gone", "", "/r", 9), std::chrono::seconds(10)),
-              IndexUpdate::kDone);
-    ReportList list;
-    std::uint32_t code = SCHSCAN_OK;
-    ASSERT_TRUE(ReadReportIndex(list, 0, &code));
-    for (std::size_t i = 0; i < list.size(); ++i) {
-      if (list[i].dwUserId == 9) list.TakeOut(i);
-    }
-    ASSERT_TRUE(WriteReportIndex(list, &code));
-    ++rewrites;
-  }
-  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  std::vector<std::string> expected;
-  for (int i = 0; i < kAppends; ++i) expected.push_back("Kept/8/" + std::to_string(i));
-  EXPECT_EQ(IndexEntries(), expected) << rewrites << " rewrites";
 }
 
 }  // namespace

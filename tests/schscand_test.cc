@@ -452,6 +452,43 @@ TEST_F(Schscand, AStoppedRunWritesItsReport) {
   EXPECT_TRUE(StatusLine("Many").ends_with(" interrupted")) << StatusLine("Many");
 }
 
+// Entries that runs add under the lock while users' delete-reports rewrite
+// the index all stay, in the order they came.
+TEST_F(Schscand, AppendsRacingDeleteReportsLoseNothing) {
+  constexpr int kAppends = 300;
+  const auto entry = [](const char* name, int n, uid_t owner) {
+    return testing_support::MakeReportEntry(name, std::to_string(n), "/r", owner);
+  };
+  const pid_t appender = fork();
+  ASSERT_GE(appender, 0);
+  if (appender == 0) {
+    for (int i = 0; i < kAppends; ++i) {
+      if (AppendReportIndexEntry(entry("Kept", i, 8), std::chrono::seconds(10)) != IndexUpdate::kDone) _exit(1);
+      usleep(2000);
+    }
+    _exit(0);
+  }
+  harness::RunOptions deleteAll;
+  deleteAll.args = {"--delreports"};
+  deleteAll.input = "3\n";
+  deleteAll.user = kNobody;
+  int status = 0;
+  int rewrites = 0;
+  while (waitpid(appender, &status, WNOHANG) == 0) {
+    ASSERT_EQ(AppendReportIndexEntry(entry("Gone", rewrites, kNobody), std::chrono::seconds(10)),
+              IndexUpdate::kDone);
+    ASSERT_EQ(harness::RunTool(deleteAll).exitStatus, 0);
+    ++rewrites;
+  }
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  std::string dates;
+  for (const auto& kept : IndexOf("Kept")) dates += FieldText(kept.szDateTime).c_str() + std::string(" ");
+  std::string expected;
+  for (int i = 0; i < kAppends; ++i) expected += std::to_string(i) + " ";
+  EXPECT_EQ(dates, expected) << rewrites << " rewrites";
+  EXPECT_TRUE(IndexOf("Gone").empty());
+}
+
 // While a user holds the index lock (a stopped delete-reports), a run ends
 // all the same and keeps its entry, which the service adds once the lock
 // is free.
