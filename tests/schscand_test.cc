@@ -344,6 +344,12 @@ TEST_F(Schscand, RefusalsAndFaults) {
   EXPECT_EQ(linked.status, 2);
   EXPECT_NE(linked.err.find(std::string(kStateDir) + " is not a directory"), std::string::npos) << linked.err;
   fs::remove(kStateDir);
+  // A quarantine that cannot be listed says why.
+  fs::create_directory(kStateDir);
+  testing_support::WriteFile(kQuarantineDir, "not a directory");
+  const Ran listed = Run({"--quarantine"});
+  EXPECT_EQ(listed.status, 2);
+  EXPECT_NE(listed.err.find(std::string("cannot read ") + kQuarantineDir), std::string::npos) << listed.err;
 }
 
 // A scan added while the service runs runs at its time; a first-boot scan
