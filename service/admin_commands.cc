@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,7 +14,6 @@
 #include "service/report_text.h"
 #include "service/run_schedule.h"
 #include "service/service_state.h"
-#include "service/state_files.h"
 #include "taskstore/result_codes.h"
 #include "taskstore/task_store.h"
 
@@ -38,25 +36,11 @@ std::string OwnerName(std::uint32_t uid) {
   return user != nullptr ? Printable(user->pw_name) : std::to_string(uid);
 }
 
-// The next runs as the running service sees them, with the runs it has put
-// off (catch-up and first-boot runs); those past are of a service gone.
+// The runs the running service has put off; those past are of a service gone.
 std::map<ScanKey, Instant> UpcomingRuns(const ServiceState& state, Instant now) {
-  std::map<ScanKey, Instant> runs;
   std::string error;
-  const auto text = ReadSmallFile(state.PathOf("upcoming"), 64 << 20, &error);
-  if (!text) return runs;
-  std::istringstream lines(*text);
-  std::string line;
-  while (std::getline(lines, line)) {
-    std::istringstream words(line);
-    std::uint32_t owner = 0;
-    long long at = 0;
-    std::string name;
-    if (!(words >> owner >> at >> name)) continue;
-    const auto scanName = UnescapeWord(name);
-    if (scanName && at >= now.time_since_epoch().count())
-      runs[ScanKey{owner, *scanName}] = Instant{std::chrono::seconds{at}};
-  }
+  auto runs = state.UpcomingRuns(&error);
+  std::erase_if(runs, [&](const auto& run) { return run.second < now; });
   return runs;
 }
 

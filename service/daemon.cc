@@ -180,7 +180,7 @@ class Daemon {
   std::deque<ScanKey> queue_;
   std::optional<ScanKey> running_;
   pid_t child_ = -1;
-  std::string upcoming_;
+  std::map<ScanKey, Instant> upcoming_;
 };
 
 void Daemon::CheckDatabase() {
@@ -314,17 +314,13 @@ void Daemon::Reap(bool wait) {
   indexWorker_->RunEnded();
 }
 
-// Delayed runs, for --status: "owner seconds-since-epoch name" lines.
+// The runs put off, for --status.
 void Daemon::PublishUpcoming() {
-  std::string text;
-  for (const auto& [key, at] : scheduler_->Upcoming(WallNow(), SteadyClock::now())) {
-    text += std::to_string(key.owner) + ' ' + std::to_string(at.time_since_epoch().count()) + ' ' +
-            EscapeWord(key.name) + '\n';
-  }
-  if (text == upcoming_) return;
+  auto upcoming = scheduler_->Upcoming(WallNow(), SteadyClock::now());
+  if (upcoming == upcoming_) return;
   std::string error;
-  if (ReplaceFile(state_.PathOf("upcoming"), text, &error)) {
-    upcoming_ = text;
+  if (state_.SetUpcomingRuns(upcoming, &error)) {
+    upcoming_ = std::move(upcoming);
   } else {
     LogLine(error);
   }
@@ -383,7 +379,7 @@ int Daemon::Run() {
     Reap(true);
   }
   indexWorker_.reset();
-  unlink(state_.PathOf("upcoming").c_str());
+  state_.ForgetUpcomingRuns();
   return 0;
 }
 

@@ -1,7 +1,12 @@
 #include "service/service_state.h"
 
+#include <unistd.h>
+
 #include <cstring>
+#include <initializer_list>
 #include <sstream>
+#include <string_view>
+#include <vector>
 
 #include "service/state_files.h"
 
@@ -14,6 +19,34 @@ constexpr std::size_t kMaxSmallFile = 4096;
 const char* const kSubdirectories[] = {"quarantine", "pending", "running"};
 
 std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
+
+// The lines of the runs' files: "owner seconds-since-epoch word...", each
+// word escaped. Lines that do not read are left out; `take` gets the owner,
+// the moment and `count` words.
+template <typename Take>
+void ForEachRunLine(const std::string& text, std::size_t count, Take take) {
+  std::istringstream lines(text);
+  std::string line;
+  while (std::getline(lines, line)) {
+    std::istringstream fields(line);
+    std::uint32_t owner = 0;
+    long long seconds = 0;
+    if (!(fields >> owner >> seconds)) continue;
+    std::vector<std::string> words;
+    for (std::string word; words.size() < count && fields >> word;) {
+      auto unescaped = UnescapeWord(word);
+      if (!unescaped) break;
+      words.push_back(std::move(*unescaped));
+    }
+    if (words.size() == count) take(owner, Instant{std::chrono::seconds{seconds}}, words);
+  }
+}
+
+std::string RunLine(std::uint32_t owner, Instant at, std::initializer_list<std::string_view> words) {
+  std::string line = std::to_string(owner) + ' ' + std::to_string(at.time_since_epoch().count());
+  for (const std::string_view word : words) line += ' ' + EscapeWord(word);
+  return line + '\n';
+}
 
 }  // namespace
 
@@ -31,33 +64,17 @@ bool ServiceState::Prepare(std::string* error) const {
 
 std::map<ScanKey, LastRun> ServiceState::LastRuns(std::string* error) const {
   std::map<ScanKey, LastRun> runs;
-  const auto text = ReadSmallFile(PathOf("last-runs"), kMaxStateFile, error);
-  if (!text) return runs;
-  std::istringstream lines(*text);
-  std::string line;
-  while (std::getline(lines, line)) {
-    std::istringstream words(line);
-    std::uint32_t owner = 0;
-    long long start = 0;
-    std::string result;
-    std::string name;
-    if (!(words >> owner >> start >> result >> name)) continue;
-    const auto resultText = UnescapeWord(result);
-    const auto nameText = UnescapeWord(name);
-    if (!resultText || !nameText) continue;
-    runs[ScanKey{owner, *nameText}] =
-        LastRun{std::chrono::sys_seconds(std::chrono::seconds(start)), *resultText};
+  if (const auto text = ReadSmallFile(PathOf("last-runs"), kMaxStateFile, error)) {
+    ForEachRunLine(*text, 2, [&](std::uint32_t owner, Instant start, const auto& words) {
+      runs[ScanKey{owner, words[1]}] = LastRun{start, words[0]};
+    });
   }
   return runs;
 }
 
 bool ServiceState::WriteRuns(const std::map<ScanKey, LastRun>& runs, std::string* error) const {
   std::string text;
-  for (const auto& [scan, run] : runs) {
-    text += std::to_string(scan.owner) + ' ' +
-            std::to_string(run.start.time_since_epoch().count()) + ' ' + EscapeWord(run.result) +
-            ' ' + EscapeWord(scan.name) + '\n';
-  }
+  for (const auto& [scan, run] : runs) text += RunLine(scan.owner, run.start, {run.result, scan.name});
   return ReplaceFile(PathOf("last-runs"), text, error);
 }
 
@@ -77,6 +94,24 @@ bool ServiceState::KeepRunsOf(const std::set<ScanKey>& scans, std::string* error
   std::erase_if(runs, [&](const auto& run) { return !scans.contains(run.first); });
   return runs.size() == before || WriteRuns(runs, error);
 }
+
+std::map<ScanKey, Instant> ServiceState::UpcomingRuns(std::string* error) const {
+  std::map<ScanKey, Instant> runs;
+  if (const auto text = ReadSmallFile(PathOf("upcoming"), kMaxStateFile, error)) {
+    ForEachRunLine(*text, 1, [&](std::uint32_t owner, Instant at, const auto& words) {
+      runs[ScanKey{owner, words[0]}] = at;
+    });
+  }
+  return runs;
+}
+
+bool ServiceState::SetUpcomingRuns(const std::map<ScanKey, Instant>& runs, std::string* error) const {
+  std::string text;
+  for (const auto& [scan, at] : runs) text += RunLine(scan.owner, at, {scan.name});
+  return ReplaceFile(PathOf("upcoming"), text, error);
+}
+
+void ServiceState::ForgetUpcomingRuns() const { unlink(PathOf("upcoming").c_str()); }
 
 std::optional<std::string> ServiceState::BootId(std::string* error) const {
   const auto text = ReadSmallFile(PathOf("boot-id"), kMaxSmallFile, error);

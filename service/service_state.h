@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 
+#include "service/run_schedule.h"
 #include "taskstore/schedule_scan_entry.h"
 
 namespace service {
@@ -27,7 +28,7 @@ struct ScanKey {
 ScanKey KeyOf(const tagSCHEDULE_SCAN_ENTRY& scan);
 
 struct LastRun {
-  std::chrono::sys_seconds start{};
+  Instant start{};
   // "clean", "N infected", "error" or "interrupted".
   std::string result;
 };
@@ -47,6 +48,12 @@ class ServiceState {
   bool RecordRun(const ScanKey& scan, const LastRun& run, std::string* error) const;
   // Forgets the runs of scans that are gone from the store.
   bool KeepRunsOf(const std::set<ScanKey>& scans, std::string* error) const;
+
+  // The runs the running service has put off (catch-up and first-boot
+  // runs), for --status; the file goes when the service stops.
+  std::map<ScanKey, Instant> UpcomingRuns(std::string* error) const;
+  bool SetUpcomingRuns(const std::map<ScanKey, Instant>& runs, std::string* error) const;
+  void ForgetUpcomingRuns() const;
 
   // The boot id seen last; nullopt when none was stored yet.
   std::optional<std::string> BootId(std::string* error) const;
